@@ -1,0 +1,9 @@
+/*
+ * Platform calls that the recording platform can make fail on demand.
+ */
+#ifndef PLATFORM_FAULT_H
+#define PLATFORM_FAULT_H
+
+enum class PltFault { Create, Assign, TaskCreate, Register };
+
+#endif

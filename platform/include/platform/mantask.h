@@ -1,0 +1,35 @@
+/*
+ * Task framework of the firmware.
+ *
+ * A task has a name, an index (its slot in TaskIdTbl) and a callback that the
+ * platform calls on the task's own thread, one event at a time:
+ *   event 0: a message; the third argument is the raw message, which the
+ *            callback releases with MAN_ExpPFree;
+ *   event 1: task control, primitive 1 is the start event;
+ *   event 2: task event with a primitive.
+ */
+#ifndef PLATFORM_MANTASK_H
+#define PLATFORM_MANTASK_H
+
+#include "platform/attrs.h"
+
+typedef void (*MAN_TaskCallback)(int event, unsigned int primitive, void* raw);
+
+constexpr int MAN_MAX_TASKS = 128;
+
+enum { MAN_EVENT_MESSAGE = 0, MAN_EVENT_CONTROL = 1, MAN_EVENT_TASK = 2 };
+enum { MAN_PRIM_START = 1 };
+
+/* Task ids by task index; 0 marks a free slot. */
+extern PLT_API int TaskIdTbl[MAN_MAX_TASKS];
+
+/* Creates a task. `idSlot` receives the task's id; when it points into
+ * TaskIdTbl, its position there is the task's index, by which SendLocal and
+ * TimerLocal address it. `arg` is passed through. The task receives its start
+ * event (event 1, primitive 1) first. Result 0 or a MAN_E_ code. */
+PLT_API int MAN_ExpTCreate(const char* name, int* idSlot, int arg, MAN_TaskCallback callback);
+
+/* Releases a raw message that a task received. */
+PLT_API void MAN_ExpPFree(void* raw);
+
+#endif

@@ -1,0 +1,41 @@
+/*
+ * What the two platform builds share below their public headers: the raw
+ * message block that tasks receive, and the hook through which the recording
+ * build makes calls fail on demand.
+ */
+#ifndef PLATFORM_INTERNAL_H
+#define PLATFORM_INTERNAL_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/fault.h"
+
+namespace plt {
+
+/* A received message as handed to a task callback: a header followed by
+ * the message bytes (primitive first). */
+struct RawMsg {
+    uint32_t magic;
+    uint32_t length;
+    unsigned char* bytes() { return reinterpret_cast<unsigned char*>(this + 1); }
+};
+
+constexpr uint32_t RAW_MAGIC = 0x4b4d5347;  /* "KMSG" */
+
+/* Copies `length` bytes into a new raw message; null when out of memory or
+ * when length exceeds MAN_MAX_MSG. */
+RawMsg* rawAlloc(const unsigned char* data, std::size_t length);
+/* Releases a raw message made by rawAlloc (clears its magic first). */
+void rawFree(RawMsg* raw);
+
+/* Calls that the recording build can make fail. */
+using Fault = PltFault;
+
+/* 0, or the code with which the next such call must fail. The working build
+ * always answers 0. */
+int faultFor(Fault which);
+
+}  // namespace plt
+
+#endif

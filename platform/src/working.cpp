@@ -1,0 +1,826 @@
+/*
+ * The working platform for programs: tasks on threads, local messages and
+ * timers through each task's io_context, IPC over Unix datagram sockets, the
+ * log, the terminal output and the debug terminal's consoles.
+ *
+ * One reader thread drains the sockets of all tasks and posts each datagram
+ * to its task. A task blocked in SendIpc (the receiver's queue is full) thus
+ * never stops its own socket from being drained, so two processes sending to
+ * each other cannot deadlock. The sockets stay blocking so that SO_SNDTIMEO
+ * bounds a send; the reader therefore waits in epoll itself instead of
+ * registering the sockets with asio (which would make them non-blocking).
+ * Work for the reader thread (Drain markers) goes through its io_context,
+ * which the reader polls when its eventfd is signalled.
+ */
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "internal.h"
+#include "platform/dtm.h"
+#include "platform/log.h"
+#include "platform/manmsg.h"
+#include "platform/mantask.h"
+#include "platform/runtime.h"
+
+namespace asio = boost::asio;
+
+int TaskIdTbl[MAN_MAX_TASKS];
+CManIO cManIO;
+
+int plt::faultFor(plt::Fault)
+{
+    return 0;
+}
+
+#define PLT_LOG_ERROR(...) LOG_ExpError("platform", __func__, __LINE__, __VA_ARGS__)
+
+namespace {
+
+constexpr const char* ADDRESS_SUFFIX = "@Local";
+constexpr std::size_t MAX_NAME = 31;
+constexpr int BURST = 64;  /* datagrams taken from one socket per wake-up */
+
+using RawPtr = std::unique_ptr<plt::RawMsg, void (*)(plt::RawMsg*)>;
+
+RawPtr makeRaw(const unsigned char* data, std::size_t length)
+{
+    return RawPtr(plt::rawAlloc(data, length), plt::rawFree);
+}
+
+/* A socket fd shared by its task and the senders using it right now. */
+struct Socket {
+    int fd;
+    explicit Socket(int f) : fd(f) {}
+    ~Socket() { ::close(fd); }
+};
+
+struct Task {
+    std::string name;
+    std::string path;
+    int index = -1;
+    MAN_TaskCallback callback = nullptr;
+    std::shared_ptr<Socket> sock;
+    asio::io_context io;
+    asio::executor_work_guard<asio::io_context::executor_type> guard{io.get_executor()};
+    std::thread thread;
+};
+using TaskPtr = std::shared_ptr<Task>;
+
+struct Reader {
+    int ep = -1;
+    int wake = -1;
+    std::atomic<bool> stop{false};
+    asio::io_context io;
+    asio::executor_work_guard<asio::io_context::executor_type> guard{io.get_executor()};
+    std::vector<unsigned char> buf = std::vector<unsigned char>(MAN_MAX_MSG + 1);
+    std::thread thread;
+    ~Reader()
+    {
+        if (ep >= 0)
+            ::close(ep);
+        if (wake >= 0)
+            ::close(wake);
+    }
+};
+
+struct Console {
+    std::string name;
+    std::string title;
+    DTM_Interpreter interpreter;
+};
+
+/* Registry: tasks, reader, IPC directory. */
+std::mutex g_mu;
+std::vector<TaskPtr> g_tasks;  /* in creation order */
+TaskPtr g_byIndex[MAN_MAX_TASKS];
+std::unique_ptr<Reader> g_reader;
+std::string g_ipcDir;
+int g_nextFreeId = 0x10000;
+
+std::mutex g_drainMu;  /* Drain and Shutdown never overlap */
+std::atomic<unsigned long long> g_handled{0};
+std::atomic<unsigned int> g_timerUnitUs{1000};
+
+std::mutex g_sinkMu;
+PLT_LogSink g_logSink = nullptr;
+PLT_TerminalSink g_termSink = nullptr;
+
+std::mutex g_termMu;
+std::vector<Console> g_consoles;
+std::string g_current;
+
+/* What the dispatcher of this thread is delivering. */
+thread_local Task* t_task = nullptr;
+thread_local plt::RawMsg* t_delivering = nullptr;
+thread_local bool t_released = false;
+
+std::string vformat(const char* format, va_list ap)
+{
+    if (format == nullptr)
+        return std::string();
+    char small[256];
+    va_list copy;
+    va_copy(copy, ap);
+    int n = std::vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (n < 0)
+        return "(bad format)";
+    if (static_cast<std::size_t>(n) < sizeof small)
+        return std::string(small, static_cast<std::size_t>(n));
+    std::string big(static_cast<std::size_t>(n) + 1, '\0');
+    std::vsnprintf(&big[0], big.size(), format, ap);
+    big.resize(static_cast<std::size_t>(n));
+    return big;
+}
+
+void emitLog(int level, const char* file, const char* function, int line, std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+    file = file ? file : "?";
+    function = function ? function : "?";
+    std::lock_guard<std::mutex> lock(g_sinkMu);
+    if (g_logSink != nullptr) {
+        g_logSink(level, file, function, line, text.c_str());
+        return;
+    }
+    std::fprintf(stderr, "%s %s %s:%d %s\n", level == PLT_LOG_ERROR ? "ERROR" : "INFO", file,
+                 function, line, text.c_str());
+}
+
+void emitTerminal(const std::string& bytes)
+{
+    std::lock_guard<std::mutex> lock(g_sinkMu);
+    if (g_termSink != nullptr) {
+        g_termSink(bytes.data(), bytes.size());
+        return;
+    }
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+    std::fflush(stdout);
+}
+
+bool validName(const char* name)
+{
+    if (name == nullptr)
+        return false;
+    std::size_t n = std::strlen(name);
+    if (n == 0 || n > MAX_NAME)
+        return false;
+    for (std::size_t i = 0; i < n; i++) {
+        char c = name[i];
+        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                  c == '_' || c == '.' || c == '-';
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
+/* "name@Local" with a valid name. */
+bool validAddress(const char* address)
+{
+    if (address == nullptr)
+        return false;
+    std::string a(address);
+    std::size_t suffix = std::strlen(ADDRESS_SUFFIX);
+    if (a.size() <= suffix || a.compare(a.size() - suffix, suffix, ADDRESS_SUFFIX) != 0)
+        return false;
+    return validName(a.substr(0, a.size() - suffix).c_str());
+}
+
+bool makeSockaddr(const std::string& path, sockaddr_un& sa)
+{
+    std::memset(&sa, 0, sizeof sa);
+    sa.sun_family = AF_UNIX;
+    if (path.size() >= sizeof sa.sun_path)
+        return false;
+    std::memcpy(sa.sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+/* Printable form of a peer's address for log records. */
+std::string peerName(const sockaddr_un& sa, socklen_t len)
+{
+    if (len <= offsetof(sockaddr_un, sun_path))
+        return "(unbound)";
+    std::size_t max = len - offsetof(sockaddr_un, sun_path);
+    std::string s;
+    for (std::size_t i = 0; i < max && i < sizeof sa.sun_path && sa.sun_path[i] != '\0'; i++) {
+        char c = sa.sun_path[i];
+        s += (c >= 0x20 && c < 0x7f) ? c : '?';
+    }
+    return s.empty() ? "(unbound)" : s;
+}
+
+int setIpcDirLocked(const std::string& dir)
+{
+    if (!g_tasks.empty())
+        return MAN_E_STATE;
+    /* Longest socket path: dir "/" name "@Local" must fit sun_path. */
+    if (dir.empty() || dir.size() + 1 + MAX_NAME + std::strlen(ADDRESS_SUFFIX) >=
+                           sizeof(sockaddr_un{}.sun_path))
+        return MAN_E_SIZE;
+    bool created = false;
+    for (std::size_t pos = 1; pos <= dir.size(); pos++) {
+        if (pos != dir.size() && dir[pos] != '/')
+            continue;
+        std::string prefix = dir.substr(0, pos);
+        if (::mkdir(prefix.c_str(), 0700) == 0)
+            created = pos == dir.size();
+        else if (errno != EEXIST)
+            break;
+    }
+    if (created)
+        ::chmod(dir.c_str(), 0700);
+    struct stat st;
+    if (::lstat(dir.c_str(), &st) != 0) {
+        PLT_LOG_ERROR("IPC directory %s: %s", dir.c_str(), std::strerror(errno));
+        return MAN_E_IO;
+    }
+    if (!S_ISDIR(st.st_mode) || st.st_uid != ::geteuid() || (st.st_mode & 077) != 0) {
+        PLT_LOG_ERROR("IPC directory %s refused: must be a directory of this user with mode 0700",
+                      dir.c_str());
+        return MAN_E_IO;
+    }
+    g_ipcDir = dir;
+    return MAN_OK;
+}
+
+/* Opens the task's socket at `path`, removing a stale socket file that no
+ * process listens on; a live one belongs to someone else and is left alone. */
+int openSocket(const std::string& path, int& fdOut)
+{
+    sockaddr_un sa;
+    if (!makeSockaddr(path, sa))
+        return MAN_E_SIZE;
+    struct stat st;
+    if (::lstat(path.c_str(), &st) == 0) {
+        if (!S_ISSOCK(st.st_mode)) {
+            PLT_LOG_ERROR("%s exists and is not a socket", path.c_str());
+            return MAN_E_IO;
+        }
+        int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        bool live = probe >= 0 &&
+                    ::connect(probe, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0;
+        if (probe >= 0)
+            ::close(probe);
+        if (live) {
+            PLT_LOG_ERROR("%s is in use by another process", path.c_str());
+            return MAN_E_IO;
+        }
+        ::unlink(path.c_str());
+    }
+    int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
+        PLT_LOG_ERROR("cannot bind %s: %s", path.c_str(), std::strerror(errno));
+        if (fd >= 0)
+            ::close(fd);
+        return MAN_E_IO;
+    }
+    timeval tv{1, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+    fdOut = fd;
+    return MAN_OK;
+}
+
+bool runCallback(Task& task, int event, unsigned int primitive, void* raw)
+{
+    try {
+        task.callback(event, primitive, raw);
+        return true;
+    } catch (const std::exception& e) {
+        PLT_LOG_ERROR("task %s: callback threw on event %d primitive 0x%08lx: %s",
+                      task.name.c_str(), event, static_cast<unsigned long>(primitive), e.what());
+    } catch (...) {
+        PLT_LOG_ERROR("task %s: callback threw on event %d primitive 0x%08lx",
+                      task.name.c_str(), event, static_cast<unsigned long>(primitive));
+    }
+    return false;
+}
+
+/* Runs on the task's thread. The dispatcher owns the raw message: the
+ * callback only marks it released, so it is freed exactly once. */
+void deliver(Task& task, RawPtr raw)
+{
+    const unsigned char* b = raw->bytes();
+    unsigned int primitive = (static_cast<unsigned int>(b[0]) << 24) |
+                             (static_cast<unsigned int>(b[1]) << 16) |
+                             (static_cast<unsigned int>(b[2]) << 8) | b[3];
+    t_delivering = raw.get();
+    t_released = false;
+    bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, raw.get());
+    if (ok && !t_released)
+        PLT_LOG_ERROR("task %s did not release message 0x%08lx", task.name.c_str(),
+                      static_cast<unsigned long>(primitive));
+    t_delivering = nullptr;
+    g_handled++;
+}
+
+/* Handlers hold plain Task pointers: a task outlives its io_context's
+ * handlers, and a shared pointer there would keep the task alive forever. */
+void postRaw(Task& task, RawPtr raw)
+{
+    asio::post(task.io, [t = &task, r = std::move(raw)]() mutable { deliver(*t, std::move(r)); });
+}
+
+void readerPost(Reader& r, std::function<void()> f)
+{
+    asio::post(r.io, std::move(f));
+    uint64_t one = 1;
+    ssize_t n = ::write(r.wake, &one, sizeof one);
+    (void)n;  /* the counter cannot overflow in practice */
+}
+
+/* Reader thread: takes up to `limit` datagrams from the task's socket. */
+void receiveFrom(Reader& r, Task& task, int limit)
+{
+    for (int i = 0; i < limit; i++) {
+        sockaddr_un from;
+        socklen_t fromLen = sizeof from;
+        ssize_t n = ::recvfrom(task.sock->fd, r.buf.data(), r.buf.size(), MSG_DONTWAIT,
+                               reinterpret_cast<sockaddr*>(&from), &fromLen);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK)
+                PLT_LOG_ERROR("receive on %s: %s", task.path.c_str(), std::strerror(errno));
+            return;
+        }
+        std::size_t len = static_cast<std::size_t>(n);
+        if (len > MAN_MAX_MSG || len < 4) {
+            PLT_LOG_ERROR("datagram for %s from %s %s, dropped", task.name.c_str(),
+                          peerName(from, fromLen).c_str(),
+                          len < 4 ? "shorter than 4 bytes" : "longer than 65536 bytes");
+            continue;
+        }
+        RawPtr raw = makeRaw(r.buf.data(), len);
+        CManMessage check;
+        if (!raw || check.Assign(raw.get()) != MAN_OK) {
+            PLT_LOG_ERROR("datagram for %s from %s (%lu bytes) %s, dropped", task.name.c_str(),
+                          peerName(from, fromLen).c_str(), static_cast<unsigned long>(len),
+                          raw ? "malformed" : "out of memory");
+            continue;
+        }
+        postRaw(task, std::move(raw));
+    }
+}
+
+void readerLoop(Reader* r)
+{
+    epoll_event events[16];
+    while (!r->stop.load()) {
+        int n = ::epoll_wait(r->ep, events, 16, -1);
+        if (n < 0 && errno != EINTR) {
+            PLT_LOG_ERROR("epoll_wait: %s", std::strerror(errno));
+            return;
+        }
+        for (int i = 0; i < n; i++) {
+            if (events[i].data.ptr == nullptr) {
+                uint64_t count;
+                ssize_t got = ::read(r->wake, &count, sizeof count);
+                (void)got;
+            } else {
+                /* The registry keeps every task alive until the reader is stopped. */
+                receiveFrom(*r, *static_cast<Task*>(events[i].data.ptr), BURST);
+            }
+        }
+        r->io.poll();
+    }
+}
+
+int startReaderLocked()
+{
+    if (g_reader)
+        return MAN_OK;
+    auto r = std::make_unique<Reader>();
+    r->ep = ::epoll_create1(EPOLL_CLOEXEC);
+    r->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.ptr = nullptr;
+    if (r->ep < 0 || r->wake < 0 || ::epoll_ctl(r->ep, EPOLL_CTL_ADD, r->wake, &ev) != 0) {
+        PLT_LOG_ERROR("cannot start the IPC reader: %s", std::strerror(errno));
+        return MAN_E_IO;
+    }
+    try {
+        r->thread = std::thread(readerLoop, r.get());
+    } catch (const std::system_error& e) {
+        PLT_LOG_ERROR("cannot start the IPC reader: %s", e.what());
+        return MAN_E_NOMEM;
+    }
+    g_reader = std::move(r);
+    return MAN_OK;
+}
+
+TaskPtr taskByIndex(int taskNo)
+{
+    std::lock_guard<std::mutex> lock(g_mu);
+    if (taskNo < 0 || taskNo >= MAN_MAX_TASKS)
+        return nullptr;
+    return g_byIndex[taskNo];
+}
+
+bool hasBytes(const CManMessage& msg)
+{
+    return msg.data() != nullptr && msg.length() >= 4;
+}
+
+void taskMain(Task* task)
+{
+    t_task = task;
+    task->io.run();
+}
+
+}  // namespace
+
+/* ---- tasks ---- */
+
+int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback callback)
+{
+    if (int fault = plt::faultFor(plt::Fault::TaskCreate))
+        return fault;
+    if (!validName(name) || idSlot == nullptr || callback == nullptr)
+        return MAN_E_FORMAT;
+    std::less<const int*> before;
+    int index = -1;
+    if (!before(idSlot, TaskIdTbl) && before(idSlot, TaskIdTbl + MAN_MAX_TASKS))
+        index = static_cast<int>(idSlot - TaskIdTbl);
+
+    std::lock_guard<std::mutex> lock(g_mu);
+    if (index >= 0 && (g_byIndex[index] || TaskIdTbl[index] != 0))
+        return MAN_E_STATE;
+    for (const TaskPtr& t : g_tasks)
+        if (t->name == name)
+            return MAN_E_STATE;
+    if (g_ipcDir.empty()) {
+        if (int rc = setIpcDirLocked(PLT_DefaultIpcDir()))
+            return rc;
+    }
+    if (int rc = startReaderLocked())
+        return rc;
+
+    auto task = std::make_shared<Task>();
+    task->name = name;
+    task->path = g_ipcDir + "/" + name + ADDRESS_SUFFIX;
+    task->index = index;
+    task->callback = callback;
+    int fd = -1;
+    if (int rc = openSocket(task->path, fd))
+        return rc;
+    task->sock = std::make_shared<Socket>(fd);
+
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.ptr = task.get();
+    if (::epoll_ctl(g_reader->ep, EPOLL_CTL_ADD, fd, &ev) != 0) {
+        PLT_LOG_ERROR("cannot watch %s: %s", task->path.c_str(), std::strerror(errno));
+        ::unlink(task->path.c_str());
+        return MAN_E_IO;
+    }
+    *idSlot = index >= 0 ? 0x1000 + index : g_nextFreeId++;
+    if (index >= 0)
+        g_byIndex[index] = task;
+    g_tasks.push_back(task);
+
+    /* Posted before the thread runs, so the start event comes first. */
+    asio::post(task->io, [t = task.get()] {
+        runCallback(*t, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr);
+        g_handled++;
+    });
+    try {
+        task->thread = std::thread(taskMain, task.get());
+    } catch (const std::system_error& e) {
+        PLT_LOG_ERROR("cannot start task %s: %s", name, e.what());
+        ::epoll_ctl(g_reader->ep, EPOLL_CTL_DEL, fd, nullptr);
+        ::unlink(task->path.c_str());
+        g_tasks.pop_back();
+        if (index >= 0)
+            g_byIndex[index].reset();
+        *idSlot = 0;
+        return MAN_E_NOMEM;
+    }
+    return MAN_OK;
+}
+
+void MAN_ExpPFree(void* raw)
+{
+    if (raw != nullptr && raw == t_delivering && !t_released) {
+        t_released = true;
+        return;
+    }
+    if (raw != nullptr && raw == t_delivering)
+        PLT_LOG_ERROR("message %p released twice, ignored", raw);
+    else
+        PLT_LOG_ERROR("message %p is not the message being delivered, ignored", raw);
+}
+
+/* ---- sending and timers ---- */
+
+int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+{
+    if (!hasBytes(msg))
+        return MAN_E_STATE;
+    if (!validAddress(destination)) {
+        PLT_LOG_ERROR("invalid IPC address %s", destination ? destination : "(null)");
+        return MAN_E_NOTASK;
+    }
+    std::shared_ptr<Socket> sock;
+    std::string path;
+    {
+        std::lock_guard<std::mutex> lock(g_mu);
+        for (const TaskPtr& t : g_tasks)
+            if (source != nullptr && t->name + ADDRESS_SUFFIX == source)
+                sock = t->sock;
+        if (!sock && !g_tasks.empty())
+            sock = g_tasks.front()->sock;
+        path = g_ipcDir + "/" + destination;
+    }
+    if (!sock) {
+        PLT_LOG_ERROR("no task to send from to %s", destination);
+        return MAN_E_NOTASK;
+    }
+    sockaddr_un sa;
+    if (!makeSockaddr(path, sa)) {
+        PLT_LOG_ERROR("IPC path for %s too long", destination);
+        return MAN_E_NOTASK;
+    }
+    ssize_t n;
+    do {
+        n = ::sendto(sock->fd, msg.data(), msg.length(), 0, reinterpret_cast<sockaddr*>(&sa),
+                     sizeof sa);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0) {
+        PLT_LOG_ERROR("send to %s failed: %s", destination, std::strerror(errno));
+        return MAN_E_IO;
+    }
+    return MAN_OK;
+}
+
+int CManIO::SendLocal(CManMessage& msg, int taskNo)
+{
+    if (!hasBytes(msg))
+        return MAN_E_STATE;
+    TaskPtr task = taskByIndex(taskNo);
+    if (!task)
+        return MAN_E_NOTASK;
+    RawPtr raw = makeRaw(msg.data(), msg.length());
+    if (!raw)
+        return MAN_E_NOMEM;
+    postRaw(*task, std::move(raw));
+    return MAN_OK;
+}
+
+int CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+{
+    if (!hasBytes(msg))
+        return MAN_E_STATE;
+    TaskPtr task = taskByIndex(taskNo);
+    if (!task)
+        return MAN_E_NOTASK;
+    RawPtr raw = makeRaw(msg.data(), msg.length());
+    if (!raw)
+        return MAN_E_NOMEM;
+    auto due = std::chrono::steady_clock::now() +
+               std::chrono::microseconds(static_cast<uint64_t>(time) * g_timerUnitUs.load());
+    /* The timer lives in its handler; a pending one is destroyed with the
+     * task's io_context at shutdown, which frees its message. */
+    asio::post(task->io, [t = task.get(), due, r = std::move(raw)]() mutable {
+        auto timer = std::make_shared<asio::steady_timer>(t->io, due);
+        timer->async_wait([t, timer, r = std::move(r)](const boost::system::error_code& ec) mutable {
+            if (!ec)
+                deliver(*t, std::move(r));
+        });
+    });
+    return MAN_OK;
+}
+
+/* ---- runtime control ---- */
+
+int PLT_SetIpcDir(const std::string& dir)
+{
+    std::lock_guard<std::mutex> lock(g_mu);
+    return setIpcDirLocked(dir);
+}
+
+std::string PLT_IpcDir()
+{
+    std::lock_guard<std::mutex> lock(g_mu);
+    return g_ipcDir.empty() ? PLT_DefaultIpcDir() : g_ipcDir;
+}
+
+std::string PLT_DefaultIpcDir()
+{
+    const char* xdg = std::getenv("XDG_RUNTIME_DIR");
+    if (xdg != nullptr && xdg[0] != '\0')
+        return std::string(xdg) + "/kivo-ipc";
+    return "/tmp/kivo-ipc-" + std::to_string(static_cast<unsigned long>(::geteuid()));
+}
+
+void PLT_SetTimerUnitUs(unsigned int us)
+{
+    g_timerUnitUs.store(us);
+}
+
+void PLT_Drain()
+{
+    if (t_task != nullptr) {
+        PLT_LOG_ERROR("PLT_Drain called from task %s, ignored", t_task->name.c_str());
+        return;
+    }
+    std::lock_guard<std::mutex> drainLock(g_drainMu);
+    for (;;) {
+        unsigned long long handled = g_handled.load();
+        std::vector<TaskPtr> tasks;
+        Reader* reader;
+        {
+            std::lock_guard<std::mutex> lock(g_mu);
+            tasks = g_tasks;
+            reader = g_reader.get();
+        }
+        if (reader == nullptr)
+            return;
+        /* Datagrams already in the sockets are taken and posted first. */
+        std::promise<void> received;
+        readerPost(*reader, [reader, &tasks, &received] {
+            for (const TaskPtr& t : tasks)
+                receiveFrom(*reader, *t, BURST);
+            received.set_value();
+        });
+        received.get_future().wait();
+        for (const TaskPtr& t : tasks) {
+            std::promise<void> done;
+            asio::post(t->io, [&done] { done.set_value(); });
+            done.get_future().wait();
+        }
+        if (g_handled.load() == handled)
+            return;
+    }
+}
+
+void PLT_Shutdown()
+{
+    if (t_task != nullptr) {
+        PLT_LOG_ERROR("PLT_Shutdown called from task %s, ignored", t_task->name.c_str());
+        return;
+    }
+    std::lock_guard<std::mutex> drainLock(g_drainMu);
+    std::vector<TaskPtr> tasks;
+    std::unique_ptr<Reader> reader;
+    {
+        std::lock_guard<std::mutex> lock(g_mu);
+        tasks.swap(g_tasks);
+        reader = std::move(g_reader);
+        for (auto& t : g_byIndex)
+            t.reset();
+        std::memset(TaskIdTbl, 0, sizeof TaskIdTbl);
+        g_nextFreeId = 0x10000;
+    }
+    if (reader) {
+        reader->stop.store(true);
+        readerPost(*reader, [] {});
+        reader->thread.join();
+    }
+    for (const TaskPtr& t : tasks) {
+        t->guard.reset();
+        t->io.stop();
+        if (t->thread.joinable())
+            t->thread.join();
+        ::unlink(t->path.c_str());
+    }
+    /* Destroying the io_contexts frees the messages and timers still queued. */
+    tasks.clear();
+    reader.reset();
+    std::lock_guard<std::mutex> lock(g_termMu);
+    g_consoles.clear();
+    g_current.clear();
+}
+
+/* ---- log and terminal output ---- */
+
+void LOG_ExpInfo(const char* file, const char* function, int line, const char* format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    std::string text = vformat(format, ap);
+    va_end(ap);
+    emitLog(PLT_LOG_INFO, file, function, line, std::move(text));
+}
+
+void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    std::string text = vformat(format, ap);
+    va_end(ap);
+    emitLog(PLT_LOG_ERROR, file, function, line, std::move(text));
+}
+
+int UI_ExpWritef(const char* format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    std::string text = vformat(format, ap);
+    va_end(ap);
+    emitTerminal(text);
+    return static_cast<int>(text.size());
+}
+
+void PLT_SetLogSink(PLT_LogSink sink)
+{
+    std::lock_guard<std::mutex> lock(g_sinkMu);
+    g_logSink = sink;
+}
+
+void PLT_SetTerminalSink(PLT_TerminalSink sink)
+{
+    std::lock_guard<std::mutex> lock(g_sinkMu);
+    g_termSink = sink;
+}
+
+/* ---- debug terminal ---- */
+
+int DTM_ExpRegister(const char* name, const char* title, DTM_Interpreter interpreter)
+{
+    if (int fault = plt::faultFor(plt::Fault::Register))
+        return fault;
+    if (name == nullptr || name[0] == '\0' || std::strpbrk(name, " \t\r\n") != nullptr ||
+        interpreter == nullptr)
+        return MAN_E_FORMAT;
+    std::lock_guard<std::mutex> lock(g_termMu);
+    for (const Console& c : g_consoles)
+        if (c.name == name)
+            return MAN_E_STATE;
+    g_consoles.push_back(Console{name, title ? title : "", interpreter});
+    return MAN_OK;
+}
+
+int DTM_ExpReturn()
+{
+    std::lock_guard<std::mutex> lock(g_termMu);
+    g_current.clear();
+    return MAN_OK;
+}
+
+int PLT_TerminalLine(const char* line)
+{
+    if (line == nullptr)
+        return 0;
+    DTM_Interpreter interpreter = nullptr;
+    std::string word;
+    {
+        std::lock_guard<std::mutex> lock(g_termMu);
+        if (!g_current.empty()) {
+            for (const Console& c : g_consoles)
+                if (c.name == g_current)
+                    interpreter = c.interpreter;
+        } else {
+            word = line;
+            std::size_t b = word.find_first_not_of(" \t\r\n");
+            std::size_t e = word.find_last_not_of(" \t\r\n");
+            word = b == std::string::npos ? std::string() : word.substr(b, e - b + 1);
+            if (word.empty())
+                return 0;
+            for (const Console& c : g_consoles)
+                if (c.name == word) {
+                    g_current = word;
+                    return 0;
+                }
+        }
+    }
+    /* Called without the lock: the interpreter may call DTM_ExpReturn. */
+    if (interpreter != nullptr)
+        return interpreter(line);
+    if (!word.empty())
+        UI_ExpWritef("unknown console: %s\n", word.c_str());
+    return 0;
+}
+
+std::string PLT_CurrentConsole()
+{
+    std::lock_guard<std::mutex> lock(g_termMu);
+    return g_current;
+}
