@@ -1,0 +1,208 @@
+/*
+ * kivo-host: the firmware host in miniature. It loads the module at run
+ * time, starts it as the firmware's module loader does, and runs the debug
+ * terminal on standard input. Standard output carries exactly what the
+ * module writes to the terminal; log records go to standard error.
+ */
+#include <dlfcn.h>
+#include <langinfo.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "phonebook/latin1.h"
+#include "platform/dtm.h"
+#include "platform/log.h"
+#include "platform/mantask.h"
+#include "platform/runtime.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: kivo-host [options]\n"
+    "\n"
+    "Loads the kivo module, starts it and runs the debug terminal on standard\n"
+    "input. At the top level a line naming a console (\"kivo\") enters it; inside,\n"
+    "every line goes to the console until it returns (\"q\"). Lines beginning\n"
+    "with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\" ends the host.\n"
+    "End of input ends the host once the tasks have handled what is queued.\n"
+    "\n"
+    "options:\n"
+    "  --module PATH        the module to load (default: libkivo.so beside this\n"
+    "                       program's lib directory)\n"
+    "  --ipc-dir DIR        runtime directory of the IPC sockets (default:\n"
+    "                       $XDG_RUNTIME_DIR/kivo-ipc or /tmp/kivo-ipc-<uid>)\n"
+    "  --timer-unit-us N    length of one timer unit in microseconds (default\n"
+    "                       1000; 10 makes the 5000-unit query timer 50 ms)\n"
+    "  --enter NAME         start inside the console NAME\n"
+    "  --help               this text\n";
+
+/* Index of the task that receives the module's cache-clear notices. */
+constexpr int kCacheTask = 64;
+
+bool utf8Terminal;
+
+void terminalToUtf8(const char* bytes, std::size_t length)
+{
+    const std::string text = ZEMBRA::Phonebook::latin1ToUtf8(std::string(bytes, length));
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+/* Stand-in for the service that caches the phonebook's configuration. */
+void cacheTask(int event, unsigned int primitive, void* raw)
+{
+    if (event != MAN_EVENT_MESSAGE)
+        return;
+    LOG_ExpInfo("host", "cacheTask", 0, "cache-clear notice 0x%08lx", static_cast<unsigned long>(primitive));
+    MAN_ExpPFree(raw);
+}
+
+std::string defaultModulePath(const char* argv0)
+{
+    char self[4096];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    std::string dir = ".";
+    if (n > 0) {
+        self[n] = '\0';
+        dir = self;
+    } else {
+        dir = argv0;
+    }
+    std::size_t slash = dir.rfind('/');
+    dir = slash == std::string::npos ? "." : dir.substr(0, slash);
+    return dir + "/../lib/libkivo.so";
+}
+
+bool parseUnsigned(const char* text, unsigned long* out)
+{
+    if (text == nullptr || *text < '0' || *text > '9')
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    *out = std::strtoul(text, &end, 10);
+    return errno == 0 && *end == '\0';
+}
+
+int fail(const std::string& message, int code)
+{
+    std::fprintf(stderr, "kivo-host: %s\n", message.c_str());
+    return code;
+}
+
+/* The terminal's own commands; false for "!quit". */
+bool terminalCommand(const std::string& line)
+{
+    if (line == "!quit")
+        return false;
+    unsigned long ms;
+    if (line.compare(0, 7, "!sleep ") == 0 && parseUnsigned(line.c_str() + 7, &ms)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        return true;
+    }
+    std::fprintf(stderr, "kivo-host: unknown terminal command: %s (try !sleep MS, !quit)\n", line.c_str());
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::string module = defaultModulePath(argv[0]);
+    std::string ipcDir = PLT_DefaultIpcDir();
+    std::string enter;
+    unsigned long timerUnitUs = 1000;
+
+    for (int i = 1; i < argc; i++) {
+        const std::string arg = argv[i];
+        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (arg == "--module" && value) {
+            module = value;
+        } else if (arg == "--ipc-dir" && value) {
+            ipcDir = value;
+        } else if (arg == "--enter" && value) {
+            enter = value;
+        } else if (arg == "--timer-unit-us" && value) {
+            if (!parseUnsigned(value, &timerUnitUs) || timerUnitUs == 0 || timerUnitUs > 1000000)
+                return fail(std::string("--timer-unit-us wants a number from 1 to 1000000, not ") + value, 2);
+        } else {
+            std::fputs(kUsage, stderr);
+            return fail("bad argument: " + arg, 2);
+        }
+        i++;
+    }
+
+    std::setlocale(LC_CTYPE, "");
+    const bool interactive = isatty(STDIN_FILENO);
+    utf8Terminal = isatty(STDOUT_FILENO) && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    if (utf8Terminal)
+        PLT_SetTerminalSink(terminalToUtf8);
+
+    if (PLT_SetIpcDir(ipcDir) != 0)
+        return fail("cannot use IPC directory " + ipcDir, 2);
+    PLT_SetTimerUnitUs(static_cast<unsigned int>(timerUnitUs));
+
+    void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_GLOBAL);
+    if (handle == nullptr)
+        return fail(std::string("cannot load module: ") + dlerror(), 3);
+    /* The module's functions keep C++ linkage: look up KIVO_ExpInit() by
+     * its mangled name. */
+    typedef int (*InitFn)();
+    InitFn init = reinterpret_cast<InitFn>(dlsym(handle, "_Z12KIVO_ExpInitv"));
+    if (init == nullptr)
+        return fail("module " + module + " has no KIVO_ExpInit", 3);
+    int code = init();
+    if (code != 0) {
+        PLT_Shutdown();
+        return fail("KIVO_ExpInit failed with code " + std::to_string(code), 4);
+    }
+    /* Created after the module's task: a request sent without a source
+     * address leaves from the process's first task, which must be kivo. */
+    if (MAN_ExpTCreate("cfgcache", &TaskIdTbl[kCacheTask], 0, cacheTask) != 0)
+        std::fprintf(stderr, "kivo-host: no stand-in for task %d\n", kCacheTask);
+    /* The module works once its task has handled the start event. */
+    PLT_Drain();
+
+    if (!enter.empty()) {
+        PLT_TerminalLine(enter.c_str());
+        if (PLT_CurrentConsole() != enter) {
+            PLT_Shutdown();
+            return fail("no console named " + enter, 2);
+        }
+    }
+
+    std::string line;
+    for (;;) {
+        if (interactive) {
+            const std::string console = PLT_CurrentConsole();
+            std::fputs((console.empty() ? std::string("> ") : console + "> ").c_str(), stdout);
+            std::fflush(stdout);
+        }
+        if (!std::getline(std::cin, line))
+            break;
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (!line.empty() && line[0] == '!') {
+            if (!terminalCommand(line))
+                break;
+            continue;
+        }
+        if (utf8Terminal)
+            line = ZEMBRA::Phonebook::utf8ToLatin1(line);
+        PLT_TerminalLine(line.c_str());
+    }
+    PLT_Drain();
+    PLT_Shutdown();
+    return 0;
+}
