@@ -18,11 +18,12 @@ using Bytes = std::vector<unsigned char>;
 struct Raw {
     std::vector<uint32_t> store;
     Raw(const Bytes& bytes, uint32_t length, uint32_t magic = plt::RAW_MAGIC)
-        : store(2 + (bytes.size() + 3) / 4)
+        : store((sizeof(plt::RawMsg) + bytes.size() + 3) / 4)
     {
         auto* raw = reinterpret_cast<plt::RawMsg*>(store.data());
         raw->magic = magic;
         raw->length = length;
+        raw->source[0] = '\0';
         if (!bytes.empty())
             std::memcpy(raw->bytes(), bytes.data(), bytes.size());
     }

@@ -32,6 +32,7 @@ struct Got {
     int event;
     unsigned primitive;
     std::string bytes;
+    std::string source;
 };
 
 struct Inbox {
@@ -54,10 +55,12 @@ Inbox g_inbox[2];
 template <int N>
 void taskCallback(int event, unsigned primitive, void* raw)
 {
-    Got g{event, primitive, {}};
+    Got g{event, primitive, {}, {}};
     CManMessage m;
-    if (event == MAN_EVENT_MESSAGE && m.Assign(raw) == MAN_OK)
+    if (event == MAN_EVENT_MESSAGE && m.Assign(raw) == MAN_OK) {
         g.bytes.assign(reinterpret_cast<const char*>(m.data()), m.length());
+        g.source = PLT_MessageSource(raw);
+    }
     {
         std::lock_guard<std::mutex> lock(g_inbox[N].mu);
         g_inbox[N].got.push_back(g);
@@ -249,6 +252,7 @@ TEST_F(Working, IpcBetweenTasksKeepsTheBytes)
     ASSERT_TRUE(g_inbox[1].waitFor(2));
     EXPECT_EQ(g_inbox[1].snapshot()[1].primitive, 0x00830002u);
     EXPECT_EQ(g_inbox[1].snapshot()[1].bytes, bytes);
+    EXPECT_EQ(g_inbox[1].snapshot()[1].source, "A@Local") << "a server answers the sender";
 }
 
 TEST_F(Working, DatagramLeavesFromTheSourceOrTheFirstTask)

@@ -15,6 +15,7 @@
 #include "internal.h"
 #include "platform/log.h"
 #include "platform/manmsg.h"
+#include "platform/runtime.h"
 
 namespace {
 
@@ -245,6 +246,7 @@ RawMsg* rawAlloc(const unsigned char* data, std::size_t length)
     auto* raw = new (block) RawMsg;
     raw->magic = RAW_MAGIC;
     raw->length = static_cast<uint32_t>(length);
+    raw->source[0] = '\0';
     if (length > 0)
         std::memcpy(raw->bytes(), data, length);
     return raw;
@@ -259,3 +261,11 @@ void rawFree(RawMsg* raw)
 }
 
 }  // namespace plt
+
+const char* PLT_MessageSource(const void* raw)
+{
+    const auto* r = static_cast<const plt::RawMsg*>(raw);
+    if (r == nullptr || r->magic != plt::RAW_MAGIC)
+        return "";
+    return r->source;
+}

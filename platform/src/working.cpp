@@ -236,6 +236,20 @@ std::string peerName(const sockaddr_un& sa, socklen_t len)
     return s.empty() ? "(unbound)" : s;
 }
 
+/* The address of a sender bound in our IPC directory: the socket file's
+ * name, when it is a valid address. */
+void senderAddress(const sockaddr_un& sa, socklen_t len, char* out, std::size_t size)
+{
+    out[0] = '\0';
+    const std::string path = peerName(sa, len);
+    const std::string dir = g_ipcDir + "/";
+    if (path.compare(0, dir.size(), dir) != 0)
+        return;
+    const std::string name = path.substr(dir.size());
+    if (validAddress(name.c_str()) && name.size() < size)
+        std::memcpy(out, name.c_str(), name.size() + 1);
+}
+
 int setIpcDirLocked(const std::string& dir)
 {
     if (!g_tasks.empty())
@@ -385,6 +399,7 @@ void receiveFrom(Reader& r, Task& task, int limit)
                           raw ? "malformed" : "out of memory");
             continue;
         }
+        senderAddress(from, fromLen, raw->source, sizeof raw->source);
         postRaw(task, std::move(raw));
     }
 }
