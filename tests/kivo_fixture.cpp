@@ -107,7 +107,7 @@ Json::Value KivoTest::sentJson(std::size_t n) const
 Json::Value contactItem(const std::string& lastName, const std::string& firstNumberText3, const std::string& number)
 {
     Json::Value c;
-    c["uid"] = "uid-" + lastName;
+    c["uid"] = latin1ToUtf8("uid-" + lastName);
     c["firstName"] = "F";
     c["lastName"] = latin1ToUtf8(lastName);
     Json::Value n;
