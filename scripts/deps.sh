@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config
-  libjsoncpp-dev libboost-dev
+  libjsoncpp-dev libboost-dev libsqlite3-dev
   libgtest-dev libgmock-dev
 )
 

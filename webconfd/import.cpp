@@ -1,0 +1,124 @@
+/*
+ * One record per line: {"contact": {...}}, {"event": {...}} or
+ * {"folder": {..., "members": ["uid", ...]}}, with the records in the
+ * phonebook library's JSON form and texts in UTF-8. Blank lines and lines
+ * beginning with '#' are skipped.
+ */
+#include "import.h"
+
+#include <sstream>
+#include <vector>
+
+#include "jsontext.h"
+#include "phonebook/latin1.h"
+#include "platform/log.h"
+
+using ZEMBRA::Phonebook::Contact;
+using ZEMBRA::Phonebook::Event;
+using ZEMBRA::Phonebook::Folder;
+using ZEMBRA::Phonebook::utf8ToLatin1;
+
+/* Generated from sample-phonebook.jsonl at build time. */
+extern const unsigned char kSamplePhonebook[];
+extern const std::size_t kSamplePhonebookSize;
+
+namespace webconfd {
+
+namespace {
+
+const char kFile[] = "webconfd";
+
+/* Stores one line's record; false with the reason when the line is none. */
+bool importLine(Store& store, const Json::Value& line, ImportReport* report, std::string* why)
+{
+    if (!line.isObject() || line.size() != 1) {
+        *why = "not an object with one member \"contact\", \"event\" or \"folder\"";
+        return false;
+    }
+    const std::string kind = line.getMemberNames()[0];
+    const Json::Value record = utf8ToLatin1(line[kind]);
+    if (!record.isObject()) {
+        *why = "the record is not an object";
+        return false;
+    }
+
+    Change change;
+    int* count;
+    if (kind == "contact") {
+        Contact contact = Contact::fromJson(record);
+        change = store.putContact(contact);
+        count = &report->contacts;
+    } else if (kind == "event") {
+        Event event = Event::fromJson(record);
+        change = store.putEvent(event);
+        count = &report->events;
+    } else if (kind == "folder") {
+        Folder folder = Folder::fromJson(record);
+        std::vector<std::string> members;
+        const Json::Value& list = record["members"];
+        for (Json::ArrayIndex i = 0; list.isArray() && i < list.size(); i++) {
+            if (list[i].isString())
+                members.push_back(list[i].asString());
+        }
+        change = store.putFolder(folder, members);
+        count = &report->folders;
+    } else {
+        *why = "unknown record kind (contact, event or folder)";
+        return false;
+    }
+    if (change == Change::Failed) {
+        report->failed = true;
+        *why = "the database failed";
+        return false;
+    }
+    if (change == Change::Rejected) {
+        *why = "record refused (too long, or a folder without uid)";
+        return false;
+    }
+    (*count)++;
+    return true;
+}
+
+}  // namespace
+
+ImportReport importRecords(Store& store, std::istream& in, const std::string& origin)
+{
+    ImportReport report;
+    if (!store.begin()) {
+        report.failed = true;
+        return report;
+    }
+    std::string text;
+    unsigned long number = 0;
+    while (!report.failed && std::getline(in, text)) {
+        number++;
+        if (!text.empty() && text.back() == '\r')
+            text.pop_back();
+        const std::size_t start = text.find_first_not_of(" \t");
+        if (start == std::string::npos || text[start] == '#')
+            continue;
+        Json::Value line;
+        std::string why;
+        if (!parseJson(text, &line, &why) || !importLine(store, line, &report, &why)) {
+            LOG_ExpError(kFile, "importRecords", __LINE__, "%s:%lu: %s", origin.c_str(), number, why.c_str());
+            report.rejected++;
+        }
+    }
+    if (report.failed) {
+        store.rollback();
+        return report;
+    }
+    if (!store.commit()) {
+        store.rollback();
+        report.failed = true;
+    }
+    return report;
+}
+
+ImportReport importSample(Store& store)
+{
+    std::istringstream in(std::string(reinterpret_cast<const char*>(kSamplePhonebook), kSamplePhonebookSize));
+    return importRecords(store, in, "sample phonebook");
+}
+
+}  // namespace webconfd

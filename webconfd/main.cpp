@@ -1,0 +1,306 @@
+/*
+ * webconfd: the stand-in of the firmware's configuration daemon. It owns
+ * the task "webconfd" (IPC address webconfd@Local), answers each request
+ * it receives from the SQLite phonebook, and runs until SIGINT or SIGTERM.
+ * SIGUSR1 sends a config-changed notice to every known client.
+ *
+ * Threads: requests are handled on the task's thread; the main thread only
+ * waits for signals. Both send through the server, which serialises them.
+ */
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <string>
+
+#include "import.h"
+#include "platform/log.h"
+#include "platform/manmsg.h"
+#include "platform/mantask.h"
+#include "platform/runtime.h"
+#include "server.h"
+#include "store.h"
+
+namespace {
+
+const char kFile[] = "webconfd";
+const char kTaskName[] = "webconfd";
+const char kAddress[] = "webconfd@Local";
+
+const char kUsage[] =
+    "usage: webconfd [options]\n"
+    "\n"
+    "Answers the kivo module's phonebook requests at webconfd@Local from a SQLite\n"
+    "phonebook. A database that does not exist yet is created with a sample\n"
+    "phonebook. Runs until SIGINT or SIGTERM; SIGUSR1 sends a config-changed\n"
+    "notice to every client seen in the last --client-ttl seconds.\n"
+    "\n"
+    "options:\n"
+    "  --db PATH              the database (default: $XDG_DATA_HOME/kivo/webconfd.db,\n"
+    "                         or ~/.local/share/kivo/webconfd.db)\n"
+    "  --ipc-dir DIR          runtime directory of the IPC sockets (default:\n"
+    "                         $XDG_RUNTIME_DIR/kivo-ipc or /tmp/kivo-ipc-<uid>)\n"
+    "  --import FILE          add the records of FILE (JSON lines, UTF-8) to the\n"
+    "                         database and exit; a database created this way holds\n"
+    "                         only what was imported\n"
+    "  --reply-records N      records per reply, 1 to 100 (default 20)\n"
+    "  --client-ttl SECONDS   how long a client stays known (default 600)\n"
+    "  -v, --verbose          log every request\n"
+    "  -h, --help             this text\n"
+    "\n"
+    "faults (off by default):\n"
+    "  --fault-delay-ms N     wait N ms (up to 60000) before sending each reply\n"
+    "  --fault-drop PERCENT   do not send PERCENT (0 to 100) of the replies\n"
+    "  --fault-seed N         seed of the choice of dropped replies (default 1)\n"
+    "  --fault-not-json       send only the first half of each reply's JSON\n"
+    "  --fault-invalid-type   send replies with type 99\n"
+    "  --fault-duplicate      send every reply twice\n"
+    "\n"
+    "docs/webconfd.md describes the search meanings and the import format.\n";
+
+webconfd::Server* g_server;
+
+/* Set when the daemon stops, so that a delayed reply does not hold up the
+ * shutdown. */
+std::mutex g_stopLock;
+std::condition_variable g_stopChanged;
+bool g_stopping;
+
+/* Waits the fault delay; false when the daemon stops meanwhile. */
+bool delay(uint32_t ms)
+{
+    std::unique_lock<std::mutex> guard(g_stopLock);
+    return !g_stopChanged.wait_for(guard, std::chrono::milliseconds(ms), [] { return g_stopping; });
+}
+
+bool parseNumber(const char* text, unsigned long max, unsigned long* out)
+{
+    if (text == nullptr || *text < '0' || *text > '9')
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    const unsigned long value = std::strtoul(text, &end, 10);
+    if (errno != 0 || *end != '\0' || value > max)
+        return false;
+    *out = value;
+    return true;
+}
+
+/* $XDG_DATA_HOME/kivo/webconfd.db, or ~/.local/share/kivo/webconfd.db, or
+ * ./webconfd.db without a home. */
+std::string defaultDatabase()
+{
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data != nullptr && data[0] == '/')
+        return std::string(data) + "/kivo/webconfd.db";
+    const char* home = std::getenv("HOME");
+    if (home != nullptr && home[0] != '\0')
+        return std::string(home) + "/.local/share/kivo/webconfd.db";
+    return "webconfd.db";
+}
+
+/* Creates the directories above `path`, as mkdir -p does. */
+bool makeParents(const std::string& path)
+{
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        const std::string dir = path.substr(0, slash);
+        if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST)
+            return false;
+    }
+    return true;
+}
+
+void send(const std::vector<webconfd::Outgoing>& messages)
+{
+    for (const webconfd::Outgoing& m : messages) {
+        if (m.delayMs > 0 && !delay(m.delayMs))
+            return;
+        CManMessage msg;
+        if (msg.Create(webconfd::kReplyPrimitive, 0, static_cast<int>(m.text.size() + 5)) != MAN_OK ||
+            msg.addString(m.text) != MAN_OK) {
+            LOG_ExpError(kFile, "send", __LINE__, "reply of %lu bytes to %s does not fit a message",
+                         static_cast<unsigned long>(m.text.size()), m.destination.c_str());
+            continue;
+        }
+        /* A failed send is logged by the platform; nothing is retried. */
+        cManIO.SendIpc(msg, kAddress, m.destination.c_str());
+        msg.Delete();
+    }
+}
+
+void taskCallback(int event, unsigned int primitive, void* raw)
+{
+    if (event != MAN_EVENT_MESSAGE)
+        return;
+    {
+        CManMessage msg;
+        const std::string source = PLT_MessageSource(raw);
+        if (msg.Assign(raw) != MAN_OK) {
+            LOG_ExpError(kFile, "taskCallback", __LINE__, "unreadable message dropped");
+        } else {
+            /* Searches come with their client's primitive, changes with
+             * 0x00830001: any message whose first field is text is a request. */
+            const std::string text = msg.getString();
+            if (msg.readFailed())
+                LOG_ExpError(kFile, "taskCallback", __LINE__, "message 0x%08lx from %s without a text field dropped",
+                             static_cast<unsigned long>(primitive), source.empty() ? "?" : source.c_str());
+            else if (source.empty())
+                LOG_ExpError(kFile, "taskCallback", __LINE__, "request without return address dropped");
+            else
+                send(g_server->handle(source, text));
+        }
+    }
+    MAN_ExpPFree(raw);
+}
+
+int runImport(webconfd::Store& store, const std::string& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        std::fprintf(stderr, "webconfd: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
+        return 1;
+    }
+    const webconfd::ImportReport r = webconfd::importRecords(store, in, file);
+    if (r.failed) {
+        std::fprintf(stderr, "webconfd: import of %s failed, nothing imported\n", file.c_str());
+        return 1;
+    }
+    std::fprintf(stderr, "webconfd: imported %d contacts, %d events, %d folders; %d lines refused\n", r.contacts,
+                 r.events, r.folders, r.rejected);
+    return r.rejected == 0 ? 0 : 1;
+}
+
+int usageError(const std::string& message)
+{
+    std::fputs(kUsage, stderr);
+    std::fprintf(stderr, "webconfd: %s\n", message.c_str());
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::string dbPath = defaultDatabase();
+    std::string ipcDir = PLT_DefaultIpcDir();
+    std::string importFile;
+    webconfd::ServerOptions options;
+
+    for (int i = 1; i < argc; i++) {
+        const std::string arg = argv[i];
+        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+        unsigned long n = 0;
+        bool takesValue = true;
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (arg == "--db" && value) {
+            dbPath = value;
+        } else if (arg == "--ipc-dir" && value) {
+            ipcDir = value;
+        } else if (arg == "--import" && value) {
+            importFile = value;
+        } else if (arg == "--reply-records" && parseNumber(value, 100, &n) && n > 0) {
+            options.recordsPerReply = static_cast<int32_t>(n);
+        } else if (arg == "--client-ttl" && parseNumber(value, 86400L * 365, &n)) {
+            options.clientTtlSeconds = static_cast<int64_t>(n);
+        } else if (arg == "--fault-delay-ms" && parseNumber(value, 60000, &n)) {
+            options.faults.delayMs = static_cast<uint32_t>(n);
+        } else if (arg == "--fault-drop" && parseNumber(value, 100, &n)) {
+            options.faults.dropPercent = static_cast<uint32_t>(n);
+        } else if (arg == "--fault-seed" && parseNumber(value, 0xFFFFFFFFUL, &n)) {
+            options.faults.seed = static_cast<uint32_t>(n);
+        } else {
+            takesValue = false;
+            if (arg == "--fault-not-json")
+                options.faults.notJson = true;
+            else if (arg == "--fault-invalid-type")
+                options.faults.invalidType = true;
+            else if (arg == "--fault-duplicate")
+                options.faults.duplicate = true;
+            else if (arg == "--verbose" || arg == "-v")
+                options.verbose = true;
+            else
+                return usageError("bad argument: " + arg + (value ? std::string(" ") + value : std::string()));
+        }
+        if (takesValue)
+            i++;
+    }
+
+    const bool existed = ::access(dbPath.c_str(), F_OK) == 0;
+    if (!existed && !makeParents(dbPath)) {
+        std::fprintf(stderr, "webconfd: cannot create the directory of %s: %s\n", dbPath.c_str(),
+                     std::strerror(errno));
+        return 1;
+    }
+    webconfd::Store store;
+    std::string error;
+    if (!store.open(dbPath, &error)) {
+        std::fprintf(stderr, "webconfd: cannot use %s: %s\n", dbPath.c_str(), error.c_str());
+        return 1;
+    }
+    if (!importFile.empty())
+        return runImport(store, importFile);
+    if (!existed) {
+        const webconfd::ImportReport r = webconfd::importSample(store);
+        if (r.failed) {
+            std::fprintf(stderr, "webconfd: cannot fill %s with the sample phonebook\n", dbPath.c_str());
+            return 1;
+        }
+        LOG_ExpInfo(kFile, "main", __LINE__, "created %s with the sample phonebook", dbPath.c_str());
+    }
+
+    /* Blocked before any thread starts, so every platform thread inherits
+     * the mask and the signals reach sigwait below. */
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    webconfd::Server server(store, options);
+    g_server = &server;
+    if (PLT_SetIpcDir(ipcDir) != MAN_OK) {
+        std::fprintf(stderr, "webconfd: cannot use the IPC directory %s\n", ipcDir.c_str());
+        return 2;
+    }
+    int taskId = 0;
+    if (MAN_ExpTCreate(kTaskName, &taskId, 0, taskCallback) != MAN_OK) {
+        std::fprintf(stderr, "webconfd: cannot serve at %s/%s (is another webconfd running there?)\n",
+                     ipcDir.c_str(), kAddress);
+        PLT_Shutdown();
+        return 1;
+    }
+    LOG_ExpInfo(kFile, "main", __LINE__, "serving %s (%lld contacts) at %s/%s", dbPath.c_str(),
+                static_cast<long long>(store.contactCount()), ipcDir.c_str(), kAddress);
+
+    for (;;) {
+        int sig = 0;
+        if (sigwait(&signals, &sig) != 0)
+            continue;
+        if (sig == SIGUSR1) {
+            LOG_ExpInfo(kFile, "main", __LINE__, "SIGUSR1: config-changed notice to the known clients");
+            send(server.announceChange());
+            continue;
+        }
+        break;
+    }
+    {
+        std::lock_guard<std::mutex> guard(g_stopLock);
+        g_stopping = true;
+    }
+    g_stopChanged.notify_all();
+    PLT_Shutdown();
+    g_server = nullptr;
+    LOG_ExpInfo(kFile, "main", __LINE__, "stopped");
+    return 0;
+}

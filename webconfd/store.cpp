@@ -1,0 +1,628 @@
+/*
+ * The SQLite side of the phonebook. A contact is one row of `contacts`
+ * (the texts a search or the table needs, the keys of the search meanings
+ * from match.h, and the remaining members as a JSON text) plus one row per
+ * number in `numbers`. Search keys are computed when a record is written,
+ * so a search is one indexed or scanned comparison in SQL.
+ */
+#include "store.h"
+
+#include <sqlite3.h>
+
+#include <string>
+
+#include "jsontext.h"
+#include "match.h"
+#include "phonebook/latin1.h"
+#include "platform/log.h"
+
+using ZEMBRA::Phonebook::Contact;
+using ZEMBRA::Phonebook::ContactNumber;
+using ZEMBRA::Phonebook::Event;
+using ZEMBRA::Phonebook::Folder;
+using ZEMBRA::Phonebook::latin1ToUtf8;
+using ZEMBRA::Phonebook::utf8ToLatin1;
+
+namespace webconfd {
+
+namespace {
+
+const char kFile[] = "webconfd";
+
+constexpr int kSchemaVersion = 1;
+
+const char kSchema[] =
+    "CREATE TABLE contacts ("
+    "  id INTEGER PRIMARY KEY,"
+    "  uid TEXT NOT NULL UNIQUE,"
+    "  first_name TEXT NOT NULL,"
+    "  last_name TEXT NOT NULL,"
+    "  company TEXT NOT NULL,"
+    "  vanity TEXT NOT NULL,"          // the record's text3
+    "  text7 TEXT NOT NULL,"
+    "  extra TEXT NOT NULL,"           // JSON of the members not stored above
+    "  first_key TEXT NOT NULL,"       // nameKey()
+    "  last_key TEXT NOT NULL,"
+    "  first_digits TEXT NOT NULL,"    // keypad digits
+    "  last_digits TEXT NOT NULL,"
+    "  sort_key TEXT NOT NULL);"
+    "CREATE INDEX contacts_order ON contacts(sort_key, uid);"
+    "CREATE TABLE numbers ("
+    "  contact_id INTEGER NOT NULL REFERENCES contacts(id) ON DELETE CASCADE,"
+    "  position INTEGER NOT NULL,"
+    "  text1 TEXT NOT NULL,"
+    "  number TEXT NOT NULL,"
+    "  text3 TEXT NOT NULL,"
+    "  text4 TEXT NOT NULL,"
+    "  value1 INTEGER NOT NULL,"
+    "  value2 INTEGER NOT NULL,"
+    "  value3 INTEGER NOT NULL,"
+    "  number_key TEXT NOT NULL,"      // numberKey()
+    "  PRIMARY KEY (contact_id, position));"
+    "CREATE INDEX numbers_key ON numbers(number_key);"
+    "CREATE TABLE events ("
+    "  id INTEGER PRIMARY KEY,"
+    "  uid TEXT NOT NULL UNIQUE,"
+    "  kind INTEGER NOT NULL,"
+    "  number TEXT NOT NULL,"
+    "  name TEXT NOT NULL,"
+    "  timestamp INTEGER NOT NULL,"
+    "  duration INTEGER NOT NULL);"
+    "CREATE INDEX events_time ON events(timestamp);"
+    "CREATE TABLE folders ("
+    "  id INTEGER PRIMARY KEY,"
+    "  uid TEXT NOT NULL UNIQUE,"
+    "  name TEXT NOT NULL,"
+    "  sort_key TEXT NOT NULL);"
+    // Members name contacts by uid, so a folder may be imported before
+    // its contacts; only members that exist are counted.
+    "CREATE TABLE folder_members ("
+    "  folder_uid TEXT NOT NULL,"
+    "  contact_uid TEXT NOT NULL,"
+    "  PRIMARY KEY (folder_uid, contact_uid));"
+    "CREATE TABLE counters (name TEXT PRIMARY KEY, next INTEGER NOT NULL);";
+
+/* Contact members that have columns of their own; the rest goes to
+ * `extra`. `backend` is not stored: every record leaves as webconfd's. */
+const char* const kContactColumns[] = {"backend", "uid",  "firstName", "lastName",
+                                       "company", "text3", "text7",     "numbers"};
+
+const char kBackend[] = "webconfd";
+
+/* Contact searches differ in their condition only; ?1 is the key, ?2 its
+ * length in characters. */
+const char kWhereUid[] = "uid = ?1";
+const char kWhereNumber[] = "id IN (SELECT contact_id FROM numbers WHERE number_key = ?1)";
+const char kWhereName[] = "(substr(last_key, 1, ?2) = ?1 OR substr(first_key, 1, ?2) = ?1)";
+const char kWhereKeypad[] = "(substr(last_digits, 1, ?2) = ?1 OR substr(first_digits, 1, ?2) = ?1)";
+
+template <typename T>
+std::size_t jsonBytes(const T& record)
+{
+    return compactJson(latin1ToUtf8(record.toJson())).size();
+}
+
+std::string contactSortKey(const Contact& c)
+{
+    return sortKey(c.lastName) + '\x01' + sortKey(c.firstName);
+}
+
+}  // namespace
+
+/* A prepared statement, finalised on every path. Texts are bound and read
+ * as UTF-8; the Latin-1 helpers convert at this edge. */
+class Store::Stmt {
+public:
+    Stmt(sqlite3* db, const std::string& sql)
+    {
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) {
+            LOG_ExpError(kFile, "Stmt", __LINE__, "cannot prepare statement: %s", sqlite3_errmsg(db));
+            sqlite3_finalize(stmt_);
+            stmt_ = nullptr;
+        }
+    }
+    ~Stmt() { sqlite3_finalize(stmt_); }
+    Stmt(const Stmt&) = delete;
+    Stmt& operator=(const Stmt&) = delete;
+
+    Stmt& text(int index, const std::string& utf8)
+    {
+        if (stmt_)
+            sqlite3_bind_text(stmt_, index, utf8.data(), static_cast<int>(utf8.size()), SQLITE_TRANSIENT);
+        return *this;
+    }
+    Stmt& latin1(int index, const std::string& latin1) { return text(index, latin1ToUtf8(latin1)); }
+    Stmt& integer(int index, int64_t value)
+    {
+        if (stmt_)
+            sqlite3_bind_int64(stmt_, index, static_cast<sqlite3_int64>(value));
+        return *this;
+    }
+
+    /* SQLITE_ROW, SQLITE_DONE or an error code. */
+    int step() { return stmt_ ? sqlite3_step(stmt_) : SQLITE_ERROR; }
+    bool run() { return step() == SQLITE_DONE; }
+
+    std::string columnText(int column)
+    {
+        const unsigned char* p = sqlite3_column_text(stmt_, column);
+        const int n = sqlite3_column_bytes(stmt_, column);
+        return p ? std::string(reinterpret_cast<const char*>(p), static_cast<std::size_t>(n)) : std::string();
+    }
+    std::string columnLatin1(int column) { return utf8ToLatin1(columnText(column)); }
+    int64_t columnInt(int column) { return static_cast<int64_t>(sqlite3_column_int64(stmt_, column)); }
+    int32_t columnInt32(int column) { return static_cast<int32_t>(sqlite3_column_int(stmt_, column)); }
+
+private:
+    sqlite3_stmt* stmt_ = nullptr;
+};
+
+struct Store::Query {
+    const char* where;
+    std::string key;    // UTF-8
+    int64_t length;     // characters of the key
+};
+
+Store::Store() = default;
+
+Store::~Store()
+{
+    close();
+}
+
+bool Store::open(const std::string& path, std::string* error)
+{
+    close();
+    if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
+        *error = db_ ? sqlite3_errmsg(db_) : "out of memory";
+        close();
+        return false;
+    }
+    /* Two daemons may share one file; a writer waits for the other. */
+    sqlite3_busy_timeout(db_, 2000);
+    if (!exec("PRAGMA foreign_keys = ON")) {
+        *error = sqlite3_errmsg(db_);
+        close();
+        return false;
+    }
+
+    int64_t version = -1;
+    int64_t tables = -1;
+    {
+        Stmt v(db_, "PRAGMA user_version");
+        if (v.step() == SQLITE_ROW)
+            version = v.columnInt(0);
+        Stmt t(db_, "SELECT count(*) FROM sqlite_master");
+        if (t.step() == SQLITE_ROW)
+            tables = t.columnInt(0);
+    }
+    if (version < 0 || tables < 0) {
+        *error = sqlite3_errmsg(db_);   // "file is not a database", say
+    } else if (version == 0 && tables == 0) {
+        if (createSchema(error))
+            return true;
+    } else if (version == kSchemaVersion) {
+        return true;
+    } else if (version == 0) {
+        *error = "not a webconfd database (it has other tables)";
+    } else {
+        *error = "database version " + std::to_string(static_cast<long long>(version)) +
+                 " is not the one this webconfd knows (" + std::to_string(kSchemaVersion) + ")";
+    }
+    close();
+    return false;
+}
+
+bool Store::createSchema(std::string* error)
+{
+    const std::string sql = std::string("BEGIN IMMEDIATE;") + kSchema + "PRAGMA user_version = " +
+                            std::to_string(kSchemaVersion) + ";COMMIT;";
+    if (exec(sql.c_str()))
+        return true;
+    *error = sqlite3_errmsg(db_);
+    exec("ROLLBACK");
+    return false;
+}
+
+void Store::close()
+{
+    if (db_) {
+        sqlite3_close_v2(db_);
+        db_ = nullptr;
+    }
+}
+
+bool Store::exec(const char* sql)
+{
+    return db_ && sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+void Store::logError(const char* function, int line, const char* what)
+{
+    LOG_ExpError(kFile, function, line, "%s: %s", what, db_ ? sqlite3_errmsg(db_) : "no database open");
+}
+
+/* Savepoints nest, so a change inside an import's transaction works the
+ * same as one on its own. */
+bool Store::begin()
+{
+    return exec("SAVEPOINT batch");
+}
+
+bool Store::commit()
+{
+    return exec("RELEASE batch");
+}
+
+void Store::rollback()
+{
+    exec("ROLLBACK TO batch");
+    exec("RELEASE batch");
+}
+
+int64_t Store::contactCount()
+{
+    Stmt s(db_, "SELECT count(*) FROM contacts");
+    return s.step() == SQLITE_ROW ? s.columnInt(0) : 0;
+}
+
+/* ---- reading ---------------------------------------------------------- */
+
+bool Store::loadContact(int64_t id, Contact* out)
+{
+    Stmt row(db_, "SELECT uid, first_name, last_name, company, vanity, text7, extra FROM contacts WHERE id = ?1");
+    row.integer(1, id);
+    if (row.step() != SQLITE_ROW)
+        return false;
+
+    Json::Value extra;
+    std::string why;
+    if (!parseJson(row.columnText(6), &extra, &why) || !extra.isObject()) {
+        LOG_ExpError(kFile, "loadContact", __LINE__, "contact %lld: unreadable extra members (%s)",
+                     static_cast<long long>(id), why.c_str());
+        extra = Json::Value(Json::objectValue);
+    }
+    Contact c = Contact::fromJson(ZEMBRA::Phonebook::utf8ToLatin1(extra));
+    c.backend = kBackend;
+    c.uid = row.columnLatin1(0);
+    c.firstName = row.columnLatin1(1);
+    c.lastName = row.columnLatin1(2);
+    c.company = row.columnLatin1(3);
+    c.text3 = row.columnLatin1(4);
+    c.text7 = row.columnLatin1(5);
+
+    Stmt nums(db_, "SELECT text1, number, text3, text4, value1, value2, value3 FROM numbers "
+                   "WHERE contact_id = ?1 ORDER BY position");
+    nums.integer(1, id);
+    while (nums.step() == SQLITE_ROW) {
+        c.numbers.emplace_back(nums.columnLatin1(0), nums.columnLatin1(1), nums.columnLatin1(2),
+                               nums.columnLatin1(3), nums.columnInt32(4), nums.columnInt32(5),
+                               nums.columnInt32(6));
+    }
+    *out = c;
+    return true;
+}
+
+Found<Contact> Store::findContacts(const Query& query, const Page& page)
+{
+    Found<Contact> found;
+    Stmt count(db_, std::string("SELECT count(*) FROM contacts WHERE ") + query.where);
+    count.text(1, query.key).integer(2, query.length);
+    if (count.step() != SQLITE_ROW) {
+        logError("findContacts", __LINE__, "counting contacts failed");
+        found.ok = false;
+        return found;
+    }
+    found.total = count.columnInt32(0);
+
+    Stmt ids(db_, std::string("SELECT id FROM contacts WHERE ") + query.where +
+                      " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4");
+    ids.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
+    std::vector<int64_t> rows;
+    int rc;
+    while ((rc = ids.step()) == SQLITE_ROW)
+        rows.push_back(ids.columnInt(0));
+    if (rc != SQLITE_DONE) {
+        logError("findContacts", __LINE__, "listing contacts failed");
+        found.ok = false;
+    }
+    for (int64_t id : rows) {
+        Contact c;
+        if (loadContact(id, &c))
+            found.items.push_back(c);
+    }
+    return found;
+}
+
+Found<Contact> Store::contactsById(const std::string& uid, const Page& page)
+{
+    return findContacts(Query{kWhereUid, latin1ToUtf8(uid), 0}, page);
+}
+
+Found<Contact> Store::contactsByNumber(const std::string& number, const Page& page)
+{
+    const std::string key = numberKey(number);
+    if (key.empty())
+        return Found<Contact>();   // no digits: nothing to compare
+    return findContacts(Query{kWhereNumber, latin1ToUtf8(key), 0}, page);
+}
+
+Found<Contact> Store::contactsByName(const std::string& prefix, const Page& page)
+{
+    const std::string key = nameKey(prefix);
+    return findContacts(Query{kWhereName, latin1ToUtf8(key), static_cast<int64_t>(key.size())}, page);
+}
+
+Found<Contact> Store::contactsByKeypad(const std::string& digits, const Page& page)
+{
+    const std::string key = ZEMBRA::Phonebook::vanityKey(digits);
+    if (key.empty())
+        return Found<Contact>();
+    return findContacts(Query{kWhereKeypad, key, static_cast<int64_t>(key.size())}, page);
+}
+
+Found<Contact> Store::contactAtPosition(int64_t position, const Page& page)
+{
+    Found<Contact> found;
+    if (position < 0)
+        return found;
+    Stmt s(db_, "SELECT id FROM contacts ORDER BY sort_key, uid LIMIT 1 OFFSET ?1");
+    s.integer(1, position);
+    const int rc = s.step();
+    if (rc == SQLITE_ROW) {
+        found.total = 1;
+        Contact c;
+        if (page.offset == 0 && loadContact(s.columnInt(0), &c))
+            found.items.push_back(c);
+    } else if (rc != SQLITE_DONE) {
+        logError("contactAtPosition", __LINE__, "reading contacts failed");
+        found.ok = false;
+    }
+    return found;
+}
+
+Found<Event> Store::eventsBetween(int64_t from, int64_t to, const Page& page)
+{
+    Found<Event> found;
+    Stmt count(db_, "SELECT count(*) FROM events WHERE timestamp BETWEEN ?1 AND ?2");
+    count.integer(1, from).integer(2, to);
+    Stmt list(db_, "SELECT uid, kind, number, name, timestamp, duration FROM events "
+                   "WHERE timestamp BETWEEN ?1 AND ?2 ORDER BY timestamp DESC, uid LIMIT ?3 OFFSET ?4");
+    list.integer(1, from).integer(2, to).integer(3, page.limit).integer(4, page.offset);
+    if (count.step() != SQLITE_ROW) {
+        logError("eventsBetween", __LINE__, "counting events failed");
+        found.ok = false;
+        return found;
+    }
+    found.total = count.columnInt32(0);
+    int rc;
+    while ((rc = list.step()) == SQLITE_ROW) {
+        found.items.emplace_back(kBackend, list.columnLatin1(0), list.columnInt32(1), list.columnLatin1(2),
+                                 list.columnLatin1(3), list.columnInt(4), list.columnInt32(5));
+    }
+    if (rc != SQLITE_DONE) {
+        logError("eventsBetween", __LINE__, "listing events failed");
+        found.ok = false;
+    }
+    return found;
+}
+
+Found<Folder> Store::folders(const Page& page)
+{
+    Found<Folder> found;
+    Stmt count(db_, "SELECT count(*) FROM folders");
+    Stmt list(db_, "SELECT f.uid, f.name, (SELECT count(*) FROM folder_members m JOIN contacts c "
+                   "ON c.uid = m.contact_uid WHERE m.folder_uid = f.uid) "
+                   "FROM folders f ORDER BY f.sort_key, f.uid LIMIT ?1 OFFSET ?2");
+    list.integer(1, page.limit).integer(2, page.offset);
+    if (count.step() != SQLITE_ROW) {
+        logError("folders", __LINE__, "counting folders failed");
+        found.ok = false;
+        return found;
+    }
+    found.total = count.columnInt32(0);
+    int rc;
+    while ((rc = list.step()) == SQLITE_ROW)
+        found.items.emplace_back(kBackend, list.columnLatin1(0), list.columnLatin1(1), list.columnInt32(2));
+    if (rc != SQLITE_DONE) {
+        logError("folders", __LINE__, "listing folders failed");
+        found.ok = false;
+    }
+    return found;
+}
+
+/* ---- writing ---------------------------------------------------------- */
+
+bool Store::uidTaken(const char* sql, const std::string& uid)
+{
+    Stmt s(db_, sql);
+    s.latin1(1, uid);
+    return s.step() == SQLITE_ROW;
+}
+
+/* The next number of `counter` that, with `prefix`, names no row yet
+ * (imported records may have taken numbers the counter has not reached). */
+std::string Store::freshUid(const char* counter, const char* prefix, const char* takenSql)
+{
+    int64_t next = 1;
+    {
+        Stmt s(db_, "SELECT next FROM counters WHERE name = ?1");
+        s.text(1, counter);
+        if (s.step() == SQLITE_ROW)
+            next = s.columnInt(0);
+    }
+    std::string uid;
+    do {
+        uid = prefix + std::to_string(static_cast<long long>(next++));
+    } while (uidTaken(takenSql, uid));
+    Stmt save(db_, "INSERT INTO counters (name, next) VALUES (?1, ?2) "
+                   "ON CONFLICT(name) DO UPDATE SET next = excluded.next");
+    save.text(1, counter).integer(2, next);
+    save.run();
+    return uid;
+}
+
+Change Store::putContact(Contact& contact)
+{
+    if (contact.text3.empty())
+        contact.calcVanity();
+    if (jsonBytes(contact) > kMaxRecordBytes)
+        return Change::Rejected;
+    if (!begin()) {
+        logError("putContact", __LINE__, "cannot start a transaction");
+        return Change::Failed;
+    }
+    if (contact.uid.empty())
+        contact.uid = freshUid("contact", "", "SELECT 1 FROM contacts WHERE uid = ?1");
+
+    Json::Value extra = contact.toJson();
+    for (const char* name : kContactColumns)
+        extra.removeMember(name);
+
+    int64_t id = -1;
+    {
+        Stmt s(db_, "SELECT id FROM contacts WHERE uid = ?1");
+        s.latin1(1, contact.uid);
+        if (s.step() == SQLITE_ROW)
+            id = s.columnInt(0);
+    }
+    const bool replacing = id >= 0;
+    bool ok;
+    {
+        Stmt s(db_, replacing ? "UPDATE contacts SET uid = ?1, first_name = ?2, last_name = ?3, company = ?4, "
+                                "vanity = ?5, text7 = ?6, extra = ?7, first_key = ?8, last_key = ?9, "
+                                "first_digits = ?10, last_digits = ?11, sort_key = ?12 WHERE id = ?13"
+                              : "INSERT INTO contacts (uid, first_name, last_name, company, vanity, text7, extra, "
+                                "first_key, last_key, first_digits, last_digits, sort_key) "
+                                "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12)");
+        s.latin1(1, contact.uid)
+            .latin1(2, contact.firstName)
+            .latin1(3, contact.lastName)
+            .latin1(4, contact.company)
+            .latin1(5, contact.text3)
+            .latin1(6, contact.text7)
+            .text(7, compactJson(latin1ToUtf8(extra)))
+            .latin1(8, nameKey(contact.firstName))
+            .latin1(9, nameKey(contact.lastName))
+            .text(10, ZEMBRA::Phonebook::vanityKey(contact.firstName))
+            .text(11, ZEMBRA::Phonebook::vanityKey(contact.lastName))
+            .latin1(12, contactSortKey(contact))
+            .integer(13, id);
+        ok = s.run();
+    }
+    if (ok && !replacing)
+        id = static_cast<int64_t>(sqlite3_last_insert_rowid(db_));
+    if (ok && replacing) {
+        Stmt s(db_, "DELETE FROM numbers WHERE contact_id = ?1");
+        ok = s.integer(1, id).run();
+    }
+    for (std::size_t i = 0; ok && i < contact.numbers.size(); i++) {
+        const ContactNumber& n = contact.numbers[i];
+        Stmt s(db_, "INSERT INTO numbers (contact_id, position, text1, number, text3, text4, value1, value2, "
+                    "value3, number_key) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
+        ok = s.integer(1, id)
+                 .integer(2, static_cast<int64_t>(i))
+                 .latin1(3, n.text1)
+                 .latin1(4, n.number)
+                 .latin1(5, n.text3)
+                 .latin1(6, n.text4)
+                 .integer(7, n.value1)
+                 .integer(8, n.value2)
+                 .integer(9, n.value3)
+                 .latin1(10, numberKey(n.number))
+                 .run();
+    }
+    if (!ok || !commit()) {
+        logError("putContact", __LINE__, "storing a contact failed");
+        rollback();
+        return Change::Failed;
+    }
+    return replacing ? Change::Replaced : Change::Added;
+}
+
+Change Store::deleteContact(const std::string& uid)
+{
+    if (!begin()) {
+        logError("deleteContact", __LINE__, "cannot start a transaction");
+        return Change::Failed;
+    }
+    Stmt contact(db_, "DELETE FROM contacts WHERE uid = ?1");
+    bool ok = contact.latin1(1, uid).run();
+    const int gone = sqlite3_changes(db_);
+    Stmt members(db_, "DELETE FROM folder_members WHERE contact_uid = ?1");
+    ok = ok && members.latin1(1, uid).run();
+    if (!ok || !commit()) {
+        logError("deleteContact", __LINE__, "deleting a contact failed");
+        rollback();
+        return Change::Failed;
+    }
+    return gone > 0 ? Change::Deleted : Change::NotFound;
+}
+
+Change Store::putEvent(Event& event)
+{
+    if (jsonBytes(event) > kMaxRecordBytes)
+        return Change::Rejected;
+    if (!begin()) {
+        logError("putEvent", __LINE__, "cannot start a transaction");
+        return Change::Failed;
+    }
+    const char kTaken[] = "SELECT 1 FROM events WHERE uid = ?1";
+    if (event.uid.empty())
+        event.uid = freshUid("event", "e", kTaken);
+    const bool replacing = uidTaken(kTaken, event.uid);
+    Stmt s(db_, "INSERT INTO events (uid, kind, number, name, timestamp, duration) "
+                "VALUES (?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(uid) DO UPDATE SET kind = excluded.kind, "
+                "number = excluded.number, name = excluded.name, timestamp = excluded.timestamp, "
+                "duration = excluded.duration");
+    s.latin1(1, event.uid)
+        .integer(2, event.kind)
+        .latin1(3, event.number)
+        .latin1(4, event.name)
+        .integer(5, event.timestamp)
+        .integer(6, event.duration);
+    if (!s.run() || !commit()) {
+        logError("putEvent", __LINE__, "storing an event failed");
+        rollback();
+        return Change::Failed;
+    }
+    return replacing ? Change::Replaced : Change::Added;
+}
+
+Change Store::deleteEvent(const std::string& uid)
+{
+    Stmt s(db_, "DELETE FROM events WHERE uid = ?1");
+    if (!s.latin1(1, uid).run()) {
+        logError("deleteEvent", __LINE__, "deleting an event failed");
+        return Change::Failed;
+    }
+    return sqlite3_changes(db_) > 0 ? Change::Deleted : Change::NotFound;
+}
+
+Change Store::putFolder(Folder& folder, const std::vector<std::string>& members)
+{
+    if (jsonBytes(folder) > kMaxRecordBytes || folder.uid.empty())
+        return Change::Rejected;
+    if (!begin()) {
+        logError("putFolder", __LINE__, "cannot start a transaction");
+        return Change::Failed;
+    }
+    const bool replacing = uidTaken("SELECT 1 FROM folders WHERE uid = ?1", folder.uid);
+    Stmt s(db_, "INSERT INTO folders (uid, name, sort_key) VALUES (?1, ?2, ?3) "
+                "ON CONFLICT(uid) DO UPDATE SET name = excluded.name, sort_key = excluded.sort_key");
+    bool ok = s.latin1(1, folder.uid).latin1(2, folder.name).latin1(3, sortKey(folder.name)).run();
+    Stmt clear(db_, "DELETE FROM folder_members WHERE folder_uid = ?1");
+    ok = ok && clear.latin1(1, folder.uid).run();
+    for (const std::string& member : members) {
+        Stmt add(db_, "INSERT OR IGNORE INTO folder_members (folder_uid, contact_uid) VALUES (?1, ?2)");
+        ok = ok && add.latin1(1, folder.uid).latin1(2, member).run();
+    }
+    if (!ok || !commit()) {
+        logError("putFolder", __LINE__, "storing a folder failed");
+        rollback();
+        return Change::Failed;
+    }
+    return replacing ? Change::Replaced : Change::Added;
+}
+
+}  // namespace webconfd
