@@ -11,6 +11,7 @@
  */
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <json/json.h>
@@ -386,7 +387,7 @@ void PbBackend::addContact(Contact* contact)
         ContactParams params;
         params.type = ContactParams::Add;
         params.data = contact->toJson();
-        return RequestParams(params);
+        return RequestParams(std::move(params));
     });
 }
 
@@ -404,7 +405,7 @@ void PbBackend::deleteContact(Contact* contact)
         ContactParams params;
         params.type = ContactParams::Delete;
         params.data = Json::Value(contact->getUid());
-        return RequestParams(params);
+        return RequestParams(std::move(params));
     });
 }
 
@@ -420,7 +421,7 @@ void PbBackend::addEvent(Event* event)
         EventParams params;
         params.type = EventParams::Add;
         params.data = event->toJson();
-        return RequestParams(params);
+        return RequestParams(std::move(params));
     });
 }
 
@@ -438,7 +439,7 @@ void PbBackend::deleteEvent(Event* event)
         EventParams params;
         params.type = EventParams::Delete;
         params.data = Json::Value(event->getUid());
-        return RequestParams(params);
+        return RequestParams(std::move(params));
     });
 }
 
@@ -455,6 +456,16 @@ static std::string searchPattern(const AbstractQueryClient& client)
 static std::size_t matchLength(const Contact& contact)
 {
     return contact.numbers.empty() ? 0 : contact.numbers[0].text3.size();
+}
+
+/* The reader of the replies, with CharReaderBuilder's default settings, one
+ * per thread: making the builder and its reader cost more than parsing a
+ * short reply. A reader starts every parse afresh, also after one that
+ * failed or threw. */
+static Json::CharReader& replyReader()
+{
+    thread_local const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    return *reader;
 }
 
 void PbBackend::Result(const std::string& strResult)
@@ -475,12 +486,10 @@ void PbBackend::Result(const std::string& strResult)
 
     Json::Value root;
     {
-        Json::CharReaderBuilder builder;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
         std::string errors;
         bool parsed;
         try {
-            parsed = reader->parse(strResult.data(), strResult.data() + strResult.size(), &root, &errors);
+            parsed = replyReader().parse(strResult.data(), strResult.data() + strResult.size(), &root, &errors);
         } catch (const Json::Exception&) {
             parsed = false;   /* nesting beyond the reader's limit */
         }

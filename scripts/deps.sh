@@ -7,7 +7,18 @@ packages=(
   cmake ninja-build g++ pkg-config
   libjsoncpp-dev libboost-dev libsqlite3-dev
   libgtest-dev libgmock-dev
+  libbenchmark-dev
 )
+
+# Further groups for the CI stages (scripts/ci-*.sh): bash scripts/deps.sh GROUP...
+for group in "$@"; do
+  case $group in
+    sanitize) ;;   # g++ brings libasan, libubsan and libtsan
+    fuzz) packages+=(clang libclang-rt-dev llvm) ;;
+    arm) packages+=(g++-arm-linux-gnueabihf qemu-user googletest) ;;
+    *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,6 +1,44 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests.
+# Builds everything and runs all tests: the normal build and its ctest
+# suite, then the reliability stages (docs/reliability.md): the suite under
+# AddressSanitizer + UBSan and under ThreadSanitizer, the fuzzers for a
+# minute each, and the 32-bit ARM build with its tests under qemu-arm.
+#
+#   bash scripts/test.sh            everything (what CI runs)
+#   bash scripts/test.sh --quick    the normal build and suite only
+#                                   (or KIVO_QUICK=1)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+quick=${KIVO_QUICK:-0}
+for arg in "$@"; do
+  case $arg in
+    --quick) quick=1 ;;
+    *) echo "usage: $0 [--quick]" >&2; exit 2 ;;
+  esac
+done
+
 bash scripts/build.sh
 ctest --test-dir "${BUILD_DIR:-build}" --output-on-failure -j "$(nproc)"
+[ "$quick" = 1 ] && exit 0
+
+# Each stage runs to its end even when an earlier one failed, so one run
+# shows every failure; the summary gives each stage's time.
+summary=()
+failed=0
+stage() {
+  local name=$1 start=$SECONDS rc=0
+  shift
+  echo "==== $name"
+  "$@" || rc=$?
+  summary+=("$(printf '%-6s %5d s  %s' "$name" $((SECONDS - start)) "$([ $rc -eq 0 ] && echo ok || echo "FAILED ($rc)")")")
+  [ $rc -eq 0 ] || failed=1
+}
+stage asan bash scripts/ci-sanitize.sh asan
+stage tsan bash scripts/ci-sanitize.sh tsan
+stage fuzz bash scripts/ci-fuzz.sh
+stage arm bash scripts/ci-arm.sh
+
+echo "==== reliability stages (total since start: $SECONDS s)"
+printf '%s\n' "${summary[@]}"
+exit $failed

@@ -70,21 +70,33 @@ TEST_F(RequestTest, NumberSearchCarriesItsParameters)
     EXPECT_TRUE(rec::recorder().terminal.empty()) << "no trace with the info level off";
 }
 
-TEST_F(RequestTest, EachModeSelectsItsParameterRecord)
+TEST_F(RequestTest, EachModeSelectsItsParameterRecordAndTrace)
 {
     struct Case {
         int mode;
         const char* kind;   /* null: no parameter record */
         int type;
+        const char* trace;
     };
     const Case cases[] = {
-        {0, "contact", 0}, {1, "contact", 1}, {2, "contact", 2}, {3, "contact", 3}, {4, "contact", 4},
-        {5, "event", 0},   {6, "folder", 0},  {7, nullptr, 0},   {-1, nullptr, 0},
+        {0, "contact", 0, "startQuery:204  mode: ID  offset 0  size 100\n"},
+        {1, "contact", 1, "startQuery:228  mode: Number  offset 0  size 100\n"},
+        {2, "contact", 2, "startQuery:210  mode: NameAlpha  offset 0  size 100\n"},
+        {3, "contact", 3, "startQuery:216  mode: NameVanity offset 0  size 100\n"},
+        {4, "contact", 4, "startQuery:222  mode: Index  offset 0  size 100\n"},
+        {5, "event", 0, "startQuery:234  mode: EventRange  offset 0  size 100\n"},
+        {6, "folder", 0, "startQuery:240  mode: FolderList  offset 0  size 100\n"},
+        {7, nullptr, 0, "startQuery:246  mode: unknown  offset 0  size 100\n"},
+        {-1, nullptr, 0, "startQuery:246  mode: unknown  offset 0  size 100\n"},
     };
+    KIVO_DebugSet("info", 1);
     for (std::size_t i = 0; i < sizeof cases / sizeof cases[0]; i++) {
-        search(static_cast<QueryMode>(cases[i].mode), Json::Value("v"));
-        const Json::Value r = sentJson(i);
         SCOPED_TRACE(cases[i].mode);
+        clearTerminal();
+        search(static_cast<QueryMode>(cases[i].mode), Json::Value("v"));
+        ASSERT_GE(rec::recorder().terminal.size(), 2u);
+        EXPECT_EQ(rec::recorder().terminal[1], cases[i].trace);
+        const Json::Value r = sentJson(i);
         if (cases[i].kind == nullptr) {
             EXPECT_TRUE(r["params"].isNull());
         } else {
@@ -114,28 +126,6 @@ TEST_F(RequestTest, SearchTracesEveryStepWithInfoLevel)
                           "startQuery:267 strRequest " + text + "\n"
                           "Source address:  Destination address: webconfd@Local\n");
     EXPECT_EQ(sentJson(0)["userId"].asString(), "u1");
-}
-
-TEST_F(RequestTest, ModeTracesNameTheirMode)
-{
-    KIVO_DebugSet("info", 1);
-    const char* expected[] = {
-        "startQuery:204  mode: ID  offset 0  size 100\n",
-        "startQuery:228  mode: Number  offset 0  size 100\n",
-        "startQuery:210  mode: NameAlpha  offset 0  size 100\n",
-        "startQuery:216  mode: NameVanity offset 0  size 100\n",
-        "startQuery:222  mode: Index  offset 0  size 100\n",
-        "startQuery:234  mode: EventRange  offset 0  size 100\n",
-        "startQuery:240  mode: FolderList  offset 0  size 100\n",
-        "startQuery:246  mode: unknown  offset 0  size 100\n",
-    };
-    for (int mode = 0; mode < 8; mode++) {
-        clearTerminal();
-        search(static_cast<QueryMode>(mode));
-        ASSERT_GE(rec::recorder().terminal.size(), 2u);
-        EXPECT_EQ(rec::recorder().terminal[1], expected[mode]);
-    }
-    rec::fireAllTimers();
 }
 
 TEST_F(RequestTest, SecondSearchGetsTheNextIdAndItsOwnEntry)

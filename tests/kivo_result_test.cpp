@@ -285,6 +285,19 @@ TEST_F(ResultTest, TextThatIsNotAReplyLeavesEveryEntryAsItWas)
     ASSERT_TRUE(expire(0));
 }
 
+/* The reply reader is kept from one reply to the next. */
+TEST_F(ResultTest, AReplyAfterTextThatFailedIsReadAsUsual)
+{
+    boost::shared_ptr<FakeClient> client = search();
+    reply(std::string(5000, '[') + std::string(5000, ']'));
+    reply("{\"queryId\": 0, \"type\": 0, \"items\": [");
+    reply(0, Contacts, 1, contacts({""}));
+    reply(0, Contacts, 1);
+    ASSERT_EQ(client->contacts.size(), 1u);
+    EXPECT_EQ(client->contacts[0].contact.lastName, "C0");
+    EXPECT_EQ(client->finishedCalls, 1);
+}
+
 TEST_F(ResultTest, RepliesOfTheWrongShapeCannotHurt)
 {
     boost::shared_ptr<FakeClient> client = search();

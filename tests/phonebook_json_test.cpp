@@ -35,17 +35,9 @@ Json::Value overTheWire(const Json::Value& v)
     return parse(v.toStyledString());
 }
 
-Request roundTrip(const Request& request)
-{
-    Request back(0, "");
-    std::string error;
-    EXPECT_TRUE(Request::fromJson(overTheWire(request.toJson()), back, &error)) << error;
-    return back;
-}
-
 }  // namespace
 
-TEST(Latin1, EveryByteSurvivesTheRoundTrip)
+TEST(Latin1, EveryByteAndEveryTextOfATreeSurviveTheRoundTrip)
 {
     std::string all;
     for (int b = 0; b < 256; ++b) {
@@ -54,11 +46,17 @@ TEST(Latin1, EveryByteSurvivesTheRoundTrip)
     const std::string utf8 = latin1ToUtf8(all);
     EXPECT_EQ(128u + 2 * 128u, utf8.size());
     EXPECT_EQ(std::string("\xC3\xBF"), utf8.substr(utf8.size() - 2));
-    EXPECT_EQ(all, utf8ToLatin1(utf8));
+    EXPECT_EQ(all, utf8ToLatin1(utf8)) << "NUL included";
     EXPECT_EQ("H\xC3\xB6strand", latin1ToUtf8(Hoestrand));
-    const std::string withNul("a\0\xE4", 3);
-    EXPECT_EQ(std::string("a\0\xC3\xA4", 4), latin1ToUtf8(withNul));
-    EXPECT_EQ(withNul, utf8ToLatin1(latin1ToUtf8(withNul)));
+
+    Json::Value tree;
+    tree["Gr\xF6\xDF" "e"]["list"].append("\xE4");
+    tree["Gr\xF6\xDF" "e"]["list"].append(42);
+    tree["n"] = Json::Value();
+    const Json::Value utf8Tree = latin1ToUtf8(tree);
+    EXPECT_EQ("\xC3\xA4", utf8Tree["Gr\xC3\xB6\xC3\x9F" "e"]["list"][0].asString()) << "names and nested texts";
+    EXPECT_EQ(42, utf8Tree["Gr\xC3\xB6\xC3\x9F" "e"]["list"][1].asInt());
+    EXPECT_EQ(tree, utf8ToLatin1(utf8Tree));
 }
 
 TEST(Latin1, ReplacesWhatLatin1CannotHoldAndEveryBadByte)
@@ -84,75 +82,30 @@ TEST(Latin1, ReplacesWhatLatin1CannotHoldAndEveryBadByte)
     }
 }
 
-TEST(Latin1, TreeConversionReachesNamesAndNestedStrings)
+/* The reader gives back, in ISO-8859-1, every request the writer wrote:
+ * each kind of parameters, the largest id and texts beyond ASCII. */
+TEST(RequestWire, ReadsBackWhatItWrote)
 {
-    Json::Value v;
-    v["Gr\xF6\xDF" "e"]["list"].append("\xE4");
-    v["Gr\xF6\xDF" "e"]["list"].append(42);
-    v["n"] = Json::Value();
-    const Json::Value utf8 = latin1ToUtf8(v);
-    ASSERT_TRUE(utf8.isMember("Gr\xC3\xB6\xC3\x9F" "e"));
-    EXPECT_EQ("\xC3\xA4", utf8["Gr\xC3\xB6\xC3\x9F" "e"]["list"][0].asString());
-    EXPECT_EQ(42, utf8["Gr\xC3\xB6\xC3\x9F" "e"]["list"][1].asInt());
-    EXPECT_EQ(v, utf8ToLatin1(utf8));
-}
-
-TEST(RequestWire, MembersAndKinds)
-{
-    Request r(4294967295u, "user");
-    r.offset = 10;
-    r.size = 100;
-    Json::Value j = r.toJson();
-    EXPECT_EQ(4294967295u, j["queryId"].asUInt());
-    EXPECT_EQ("user", j["userId"].asString());
-    EXPECT_TRUE(j["params"].isNull());
-    EXPECT_EQ(10, j["offset"].asInt());
-    EXPECT_EQ(100, j["size"].asInt());
-
-    const struct {
-        RequestParams params;
-        const char* kind;
-        int type;
-    } kinds[] = {
-        {ContactParams{ContactParams::ByNumber, Json::Value("0711")}, "contact", 1},
-        {EventParams{EventParams::Delete, Json::Value("e1")}, "event", 3},
-        {FolderParams{FolderParams::List, Json::Value()}, "folder", 0},
-    };
-    for (const auto& k : kinds) {
-        r.params = k.params;
-        j = r.toJson();
-        EXPECT_EQ(k.kind, j["params"]["kind"].asString());
-        EXPECT_EQ(k.type, j["params"]["type"].asInt());
-        Request back = roundTrip(r);
-        EXPECT_EQ(k.params.which(), back.params.which());
-        EXPECT_EQ(j, back.toJson());
-    }
-}
-
-TEST(RequestWire, TextsArriveAsUtf8AndComeBackByteIdentical)
-{
-    Request r(5, Hoestrand);
     Contact c("b", "u", "", "J\xF6rg", Hoestrand, "", boost::none);
     c.numbers.emplace_back("", "0711", "", "", 1, 2, -1);
-    r.params = ContactParams{ContactParams::Add, c.toJson()};
-    const std::string text = r.toJson().toStyledString();
-    EXPECT_EQ(std::string::npos, text.find('\xF6')) << "no raw Latin-1 on the wire";
-
-    Request back = roundTrip(r);
-    EXPECT_EQ(Hoestrand, back.userId);
-    const ContactParams* p = boost::get<ContactParams>(&back.params);
-    ASSERT_NE(nullptr, p);
-    EXPECT_EQ(ContactParams::Add, p->type);
-    EXPECT_EQ(c, Contact::fromJson(p->data));
-
     Json::Value range;
     range["from"] = 1;
     range["to"] = "S\xFC" "d";
-    r.params = EventParams{EventParams::ByRange, range};
-    back = roundTrip(r);
-    const EventParams* p2 = boost::get<EventParams>(&back.params);
-    ASSERT_NE(nullptr, p2);
-    EXPECT_EQ(range, p2->data);
+    Request r(4294967295u, Hoestrand);
+    r.offset = 10;
+    r.size = 100;
+    for (const RequestParams& params :
+         {RequestParams(), RequestParams(ContactParams{ContactParams::Add, c.toJson()}),
+          RequestParams(EventParams{EventParams::ByRange, range}),
+          RequestParams(FolderParams{FolderParams::List, Json::Value()})}) {
+        r.params = params;
+        Request back(0, "");
+        std::string error;
+        ASSERT_TRUE(Request::fromJson(overTheWire(r.toJson()), back, &error)) << error;
+        EXPECT_EQ(params.which(), back.params.which());
+        EXPECT_EQ(Hoestrand, back.userId);
+        EXPECT_EQ(r.toJson(), back.toJson());
+    }
 }
 
 TEST(RequestWire, ReaderRejectsWhatIsNotARequest)
@@ -186,39 +139,23 @@ TEST(RequestWire, ReaderRejectsWhatIsNotARequest)
     EXPECT_EQ(0, out.size);
 }
 
-TEST(ResponseWire, RecordsComeBackWithTheBackendsId)
+TEST(ResponseWire, EnvelopeComesBackAndEveryItemGetsTheBackendsId)
 {
     Response r;
     r.queryId = 3000000000u;
     r.type = Contacts;
     r.total = 2;
     r.message = "gr\xFC\xDF";
-    auto contact = boost::make_shared<Contact>("daemon", "c1", "", "", Hoestrand, "", boost::none);
-    r.items.push_back(contact);
-    r.items.push_back(boost::make_shared<Contact>());
-
-    Response back = Response::fromJson(overTheWire(r.toJson()), "kivo");
+    r.items = {boost::make_shared<Contact>("daemon", "c1", "", "", Hoestrand, "", boost::none),
+               boost::make_shared<Contact>()};
+    const Response back = Response::fromJson(overTheWire(r.toJson()), "kivo");
     EXPECT_EQ(3000000000u, back.queryId);
     EXPECT_EQ(Contacts, back.type);
     EXPECT_EQ(2, back.total);
     EXPECT_EQ(r.message, back.message);
     ASSERT_EQ(2u, back.items.size());
-    Contact expected = *contact;
-    expected.backend = "kivo";
-    EXPECT_EQ(expected, dynamic_cast<const Contact&>(*back.items[0]));
-
-    r.type = Events;
-    r.items = {boost::make_shared<Event>("", "e1", Event::Missed, "0711", Hoestrand, 1, 2)};
-    back = Response::fromJson(overTheWire(r.toJson()), "kivo");
-    ASSERT_EQ(1u, back.items.size());
-    EXPECT_EQ(Event("kivo", "e1", Event::Missed, "0711", Hoestrand, 1, 2),
-              dynamic_cast<const Event&>(*back.items[0]));
-
-    r.type = Folders;
-    r.items = {boost::make_shared<Folder>("", "f1", Hoestrand, 4)};
-    back = Response::fromJson(overTheWire(r.toJson()), "kivo");
-    ASSERT_EQ(1u, back.items.size());
-    EXPECT_EQ(Folder("kivo", "f1", Hoestrand, 4), dynamic_cast<const Folder&>(*back.items[0]));
+    EXPECT_EQ("kivo", dynamic_cast<const Contact&>(*back.items[0]).backend);
+    EXPECT_EQ("kivo", dynamic_cast<const Contact&>(*back.items[1]).backend);
 }
 
 TEST(ResponseWire, HostileRepliesNeverThrow)
@@ -260,4 +197,145 @@ TEST(ResponseWire, HostileRepliesNeverThrow)
     Response r = Response::fromJson(parse("{\"queryId\": 1, \"type\": 0, \"items\": [{\"lastName\": \"\\u20ac\xC3\"}]}"), "k");
     ASSERT_EQ(1u, r.items.size());
     EXPECT_EQ("??", dynamic_cast<const Contact&>(*r.items[0]).lastName);
+}
+
+/* Records are read from the UTF-8 tree text by text and requests built in
+ * UTF-8 member by member: both must give exactly what converting the whole
+ * tree gives. */
+TEST(ResponseWire, ItemsReadAsFromTheConvertedTree)
+{
+    const char* items[] = {
+        "{\"uid\": \"u\xC3\xA4\", \"lastName\": \"H\\u00f6\", \"firstName\": \"\\u20ac\xC3\", \"company\": \"\xFF\","
+        " \"text3\": \"\xC0\xAF\", \"extraText7\": \"a\\u0000b\", \"optionalText\": \"\xE2\x82\xAC x\"}",
+        "{\"lastNam\xC3\xA9\": \"x\", \"lastNam\xC1\xA5\": \"y\", \"lastName\": 5, \"uid\": null, \"numbers\": [{\"text1\":"
+        " \"\xC3\xBC\", \"value1\": 2147483647, \"value2\": 2147483648, \"value3\": -1.0}, 7, {\"number\": [\"1\"]}],"
+        " \"entries\": [{\"text7\": \"\xED\xA0\x80\", \"value\": -2147483648}], \"optionalText\": {}}",
+        "{\"numbers\": {}, \"entries\": \"x\", \"extraText1\": \"\xF4\x90\x80\x80\", \"optionalText\": \"\"}",
+        "{\"uid\": \"e\xC3\x9F\", \"kind\": 2, \"number\": \"0711\", \"name\": \"\xF0\x9F\x98\x80\", \"timestamp\":"
+        " 9223372036854775807, \"duration\": 4294967296, \"count\": 3, \"backend\": \"\xC3\xA5\"}",
+    };
+    for (const char* item : items) {
+        const Json::Value element = parse(item);
+        Json::Value reply;
+        reply["queryId"] = 1;
+        reply["items"].append(element);
+        const Json::Value latin1 = utf8ToLatin1(element);
+
+        reply["type"] = Contacts;
+        Response r = Response::fromJson(reply, "kivo");
+        ASSERT_EQ(1u, r.items.size()) << item;
+        Contact contact = Contact::fromJson(latin1);
+        contact.backend = "kivo";
+        EXPECT_EQ(contact, dynamic_cast<const Contact&>(*r.items[0])) << item;
+
+        reply["type"] = Events;
+        r = Response::fromJson(reply, "kivo");
+        ASSERT_EQ(1u, r.items.size()) << item;
+        Event event = Event::fromJson(latin1);
+        event.backend = "kivo";
+        EXPECT_EQ(event, dynamic_cast<const Event&>(*r.items[0])) << item;
+
+        reply["type"] = Folders;
+        r = Response::fromJson(reply, "kivo");
+        ASSERT_EQ(1u, r.items.size()) << item;
+        Folder folder = Folder::fromJson(latin1);
+        folder.backend = "kivo";
+        EXPECT_EQ(folder, dynamic_cast<const Folder&>(*r.items[0])) << item;
+    }
+}
+
+TEST(RequestWire, BuiltAsTheConvertedTree)
+{
+    Contact contact("b", "u\xE4", "", "J\xFCrgen", Hoestrand, "\xA9 GmbH", std::string("\xFF"));
+    contact.numbers.push_back(ContactNumber("t\xE9l", "0711", "", "", 1, 2, 3));
+    Json::Value odd(Json::objectValue);
+    odd["gr\xFC\xDF"] = Json::Value(Json::arrayValue);
+    odd["gr\xFC\xDF"].append("\xB5");
+    odd["n"] = 1.5;
+    const RequestParams params[] = {
+        boost::blank(),
+        ContactParams{ContactParams::ByNameAlpha, Json::Value(Hoestrand)},
+        ContactParams{ContactParams::Add, contact.toJson()},
+        EventParams{EventParams::ByRange, odd},
+        FolderParams{FolderParams::List, Json::Value()},
+    };
+    for (const RequestParams& p : params) {
+        Request request(42, "user \xC4");
+        request.params = p;
+        request.offset = 3;
+        request.size = 100;
+
+        Json::Value latin1(Json::objectValue);
+        latin1["queryId"] = 42u;
+        latin1["userId"] = request.userId;
+        latin1["params"] = Json::Value();
+        if (const auto* c = boost::get<ContactParams>(&p)) {
+            latin1["params"]["kind"] = "contact";
+            latin1["params"]["type"] = c->type;
+            latin1["params"]["data"] = c->data;
+        } else if (const auto* e = boost::get<EventParams>(&p)) {
+            latin1["params"]["kind"] = "event";
+            latin1["params"]["type"] = e->type;
+            latin1["params"]["data"] = e->data;
+        } else if (const auto* f = boost::get<FolderParams>(&p)) {
+            latin1["params"]["kind"] = "folder";
+            latin1["params"]["type"] = f->type;
+            latin1["params"]["data"] = f->data;
+        }
+        latin1["offset"] = 3;
+        latin1["size"] = 100;
+        EXPECT_EQ(latin1ToUtf8(latin1).toStyledString(), request.toJson().toStyledString());
+    }
+}
+
+TEST(ResponseWire, EveryMemberOfEveryRecordComesBack)
+{
+    Contact c("b", "u\xE4", "t3", "J\xFCrgen", Hoestrand, "Co", std::string("opt\xDF"));
+    c.text7 = "t7";
+    c.extraText1 = "x1";
+    c.extraText2 = "x2";
+    c.extraText3 = "x3";
+    c.extraText4 = "x4";
+    c.extraText5 = "x5";
+    c.extraText6 = "x6";
+    c.extraText7 = "x\xB5";
+    c.numbers.emplace_back("n1", "0711", "n3", "n4", 1, -2, 2147483647);
+    c.numbers.emplace_back("m\xE9", "+49", "m3", "m4", -2147483647 - 1, 0, 7);
+    ContactEntry e;
+    e.text1 = "e1";
+    e.text2 = "e2";
+    e.text3 = "e3";
+    e.text4 = "e4";
+    e.text5 = "e5";
+    e.text6 = "e6";
+    e.text7 = "e\xF6";
+    e.value = -9;
+    c.entries = {e, ContactEntry()};
+    const Event event("b", "ev", Event::Outgoing, "0711", Hoestrand, -4102444800LL, 61);
+    const Folder folder("b", "f\xFC", Hoestrand, 12);
+
+    Response r;
+    r.queryId = 9;
+    r.type = Contacts;
+    r.items = {boost::make_shared<Contact>(c)};
+    Response back = Response::fromJson(overTheWire(r.toJson()), "kivo");
+    ASSERT_EQ(1u, back.items.size());
+    c.backend = "kivo";
+    EXPECT_EQ(c, dynamic_cast<const Contact&>(*back.items[0]));
+
+    r.type = Events;
+    r.items = {boost::make_shared<Event>(event)};
+    back = Response::fromJson(overTheWire(r.toJson()), "kivo");
+    ASSERT_EQ(1u, back.items.size());
+    Event eventBack = event;
+    eventBack.backend = "kivo";
+    EXPECT_EQ(eventBack, dynamic_cast<const Event&>(*back.items[0]));
+
+    r.type = Folders;
+    r.items = {boost::make_shared<Folder>(folder)};
+    back = Response::fromJson(overTheWire(r.toJson()), "kivo");
+    ASSERT_EQ(1u, back.items.size());
+    Folder folderBack = folder;
+    folderBack.backend = "kivo";
+    EXPECT_EQ(folderBack, dynamic_cast<const Folder&>(*back.items[0]));
 }

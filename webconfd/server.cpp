@@ -95,9 +95,11 @@ Response acknowledge(const Request& request, const std::string& message)
     return r;
 }
 
-/* The acknowledgement of a change, and whether the phonebook changed. */
+/* The acknowledgement of a change, and whether the phonebook changed.
+ * `Replies` is a vector of the server's replies. */
+template <typename Replies>
 bool acknowledgeChange(const Request& request, Change change, const char* what, const std::string& uid,
-                       std::vector<Response>* replies)
+                       Replies* replies)
 {
     std::string message;
     switch (change) {
@@ -124,12 +126,63 @@ bool acknowledgeChange(const Request& request, Change change, const char* what, 
     return change == Change::Added || change == Change::Replaced || change == Change::Deleted;
 }
 
-void unsupported(const Request& request, const char* kind, int32_t type, std::vector<Response>* replies)
+template <typename Replies>
+void unsupported(const Request& request, const char* kind, int32_t type, Replies* replies)
 {
     LOG_ExpError(kFile, "handle", __LINE__, "query %u: unsupported operation %s %d, acknowledged",
                  request.queryId, kind, static_cast<int>(type));
     replies->push_back(acknowledge(request, std::string("unsupported operation ") + kind + " " +
                                                 std::to_string(static_cast<int>(type))));
+}
+
+/* Converts the texts of a Latin-1 tree to UTF-8 where they stand. False,
+ * with the tree half converted, when a member name is not ASCII: only a
+ * converted copy can rename a member. */
+bool textsToUtf8(Json::Value* json)
+{
+    switch (json->type()) {
+    case Json::stringValue: {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        json->getString(&begin, &end);
+        for (const char* p = begin; p != end; ++p) {
+            if (static_cast<unsigned char>(*p) >= 0x80) {
+                *json = Json::Value(ZEMBRA::Phonebook::latin1ToUtf8(std::string(begin, end)));
+                break;
+            }
+        }
+        return true;
+    }
+    case Json::arrayValue:
+    case Json::objectValue: {
+        const bool object = json->type() == Json::objectValue;
+        for (auto it = json->begin(); it != json->end(); ++it) {
+            if (object) {
+                const char* end = nullptr;
+                for (const char* p = it.memberName(&end); p != end; ++p) {
+                    if (static_cast<unsigned char>(*p) >= 0x80)
+                        return false;
+                }
+            }
+            if (!textsToUtf8(&*it))
+                return false;
+        }
+        return true;
+    }
+    default:
+        return true;
+    }
+}
+
+/* A record's compact JSON in UTF-8. Its tree is converted where it stands:
+ * the member names of records are ASCII. */
+template <typename T>
+std::string recordText(const T& record)
+{
+    Json::Value json = record.toJson();
+    if (!textsToUtf8(&json))
+        json = ZEMBRA::Phonebook::latin1ToUtf8(record.toJson());
+    return compactJson(json);
 }
 
 }  // namespace
@@ -150,35 +203,42 @@ Page Server::pageOf(const Request& request) const
     return page;
 }
 
-/* The page's records in as many replies as they need, then the empty one. */
+/* The page's records in as many replies as they need, then the empty one.
+ * Each record is written once: its text gives its size and goes into the
+ * reply as it is. */
 template <typename T>
-void Server::addRecords(const Request& request, int type, const Found<T>& found, std::vector<Response>* replies)
+void Server::addRecords(const Request& request, int type, const Found<T>& found, std::vector<Reply>* replies)
 {
-    Response reply;
-    reply.queryId = request.queryId;
-    reply.type = type;
-    reply.total = found.total;
+    Response envelope;
+    envelope.queryId = request.queryId;
+    envelope.type = type;
+    envelope.total = found.total;
+    Reply reply(envelope);
+    int32_t records = 0;
     std::size_t bytes = 0;
     for (const T& record : found.items) {
-        const std::size_t size = compactJson(ZEMBRA::Phonebook::latin1ToUtf8(record.toJson())).size();
-        if (!reply.items.empty() && (reply.items.size() >= static_cast<std::size_t>(options_.recordsPerReply) ||
-                                     bytes + size > options_.bytesPerReply)) {
-            replies->push_back(reply);
-            reply.items.clear();
+        const std::string text = recordText(record);
+        const std::size_t size = text.size();
+        if (records > 0 && (records >= options_.recordsPerReply || bytes + size > options_.bytesPerReply)) {
+            replies->push_back(std::move(reply));
+            reply = Reply(envelope);
+            records = 0;
             bytes = 0;
         }
-        reply.items.push_back(boost::make_shared<T>(record));
+        if (records > 0)
+            reply.items += ',';
+        reply.items += text;
+        records++;
         bytes += size;
     }
-    if (!reply.items.empty())
-        replies->push_back(reply);
-    reply.items.clear();
+    if (records > 0)
+        replies->push_back(std::move(reply));
     if (!found.ok)
-        reply.message = "database error";
-    replies->push_back(reply);
+        envelope.message = "database error";
+    replies->push_back(Reply(envelope));
 }
 
-bool Server::contactRequest(const Request& request, const ContactParams& p, std::vector<Response>* replies)
+bool Server::contactRequest(const Request& request, const ContactParams& p, std::vector<Reply>* replies)
 {
     const Page page = pageOf(request);
     std::string text;
@@ -229,7 +289,7 @@ bool Server::contactRequest(const Request& request, const ContactParams& p, std:
     return false;
 }
 
-bool Server::eventRequest(const Request& request, const EventParams& p, std::vector<Response>* replies)
+bool Server::eventRequest(const Request& request, const EventParams& p, std::vector<Reply>* replies)
 {
     switch (p.type) {
     case EventParams::ByRange: {
@@ -263,7 +323,7 @@ bool Server::eventRequest(const Request& request, const EventParams& p, std::vec
     }
 }
 
-void Server::folderRequest(const Request& request, const FolderParams& p, std::vector<Response>* replies)
+void Server::folderRequest(const Request& request, const FolderParams& p, std::vector<Reply>* replies)
 {
     if (p.type != FolderParams::List) {
         unsupported(request, "folder", p.type, replies);
@@ -272,19 +332,29 @@ void Server::folderRequest(const Request& request, const FolderParams& p, std::v
     addRecords(request, ZEMBRA::Phonebook::Folders, store_.folders(pageOf(request)), replies);
 }
 
-void Server::addOutgoing(const std::string& destination, Response reply, std::vector<Outgoing>* out)
+void Server::addOutgoing(const std::string& destination, Reply reply, std::vector<Outgoing>* out)
 {
     const Faults& f = options_.faults;
     if (f.dropPercent > 0 && random_() % 100 < f.dropPercent)
         return;
     if (f.invalidType)
-        reply.type = kInvalidReplyType;
-    std::string text = compactJson(reply.toJson());
+        reply.response.type = kInvalidReplyType;
+    std::string text = compactJson(reply.response.toJson());
+    if (!reply.items.empty()) {
+        /* "items" is the first member of the compact text, written "[]"
+         * for the response without records: the records go in between. */
+        static const char kItems[] = "{\"items\":[]";
+        const std::size_t at = sizeof kItems - 2;
+        if (text.compare(0, at + 1, kItems) == 0)
+            text.insert(at, reply.items);
+        else
+            LOG_ExpError(kFile, "addOutgoing", __LINE__, "reply written without its records");
+    }
     if (f.notJson)
         text.resize(text.size() / 2);   // half an object never parses
-    out->push_back(Outgoing{destination, text, f.delayMs});
     if (f.duplicate)
         out->push_back(Outgoing{destination, text, f.delayMs});
+    out->push_back(Outgoing{destination, std::move(text), f.delayMs});
 }
 
 std::vector<Outgoing> Server::noticesExcept(const std::string& source, int64_t now)
@@ -341,7 +411,7 @@ std::vector<Outgoing> Server::handle(const std::string& source, const std::strin
         clients_.erase(oldest);
     }
 
-    std::vector<Response> replies;
+    std::vector<Reply> replies;
     bool changed = false;
     if (const ContactParams* p = boost::get<ContactParams>(&request.params))
         changed = contactRequest(request, *p, &replies);
@@ -353,15 +423,15 @@ std::vector<Outgoing> Server::handle(const std::string& source, const std::strin
         unsupported(request, "none", 0, &replies);
 
     if (options_.verbose) {
-        const Response& last = replies.back();
+        const Response& last = replies.back().response;
         LOG_ExpInfo(kFile, "handle", __LINE__, "query %u from %s: %lu replies, total %d, \"%s\"", request.queryId,
                     source.c_str(), static_cast<unsigned long>(replies.size()), static_cast<int>(last.total),
                     last.message.c_str());
     }
 
     std::vector<Outgoing> out;
-    for (const Response& reply : replies)
-        addOutgoing(source, reply, &out);
+    for (Reply& reply : replies)
+        addOutgoing(source, std::move(reply), &out);
     if (changed) {
         std::vector<Outgoing> notices = noticesExcept(source, now);
         out.insert(out.end(), notices.begin(), notices.end());

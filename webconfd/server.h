@@ -16,6 +16,7 @@
 #include <mutex>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "phonebook/request.h"
@@ -79,6 +80,15 @@ private:
     typedef ZEMBRA::Phonebook::Request Request;
     typedef ZEMBRA::Phonebook::Response Response;
 
+    /* A reply on its way out: `response` without its records, which are
+     * already written in `items`, each one's compact JSON, comma-separated
+     * (empty when there are none). */
+    struct Reply {
+        Reply(Response r) : response(std::move(r)) {}
+        Response response;
+        std::string items;
+    };
+
     Store& store_;
     ServerOptions options_;
     Clock clock_;
@@ -88,14 +98,14 @@ private:
 
     Page pageOf(const Request& request) const;
     bool contactRequest(const Request& request, const ZEMBRA::Phonebook::ContactParams& p,
-                        std::vector<Response>* replies);
+                        std::vector<Reply>* replies);
     bool eventRequest(const Request& request, const ZEMBRA::Phonebook::EventParams& p,
-                      std::vector<Response>* replies);
+                      std::vector<Reply>* replies);
     void folderRequest(const Request& request, const ZEMBRA::Phonebook::FolderParams& p,
-                       std::vector<Response>* replies);
+                       std::vector<Reply>* replies);
     template <typename T>
-    void addRecords(const Request& request, int type, const Found<T>& found, std::vector<Response>* replies);
-    void addOutgoing(const std::string& destination, Response reply, std::vector<Outgoing>* out);
+    void addRecords(const Request& request, int type, const Found<T>& found, std::vector<Reply>* replies);
+    void addOutgoing(const std::string& destination, Reply reply, std::vector<Outgoing>* out);
     std::vector<Outgoing> noticesExcept(const std::string& source, int64_t now);
 };
 

@@ -109,19 +109,44 @@ std::string contactSortKey(const Contact& c)
 
 }  // namespace
 
-/* A prepared statement, finalised on every path. Texts are bound and read
- * as UTF-8; the Latin-1 helpers convert at this edge. */
+/* A statement of the store, prepared on its first use and kept until the
+ * store closes; each use binds afresh and leaves it reset, with no bindings,
+ * so that no read stays open between calls. Texts are bound and read as
+ * UTF-8; the Latin-1 helpers convert at this edge. */
 class Store::Stmt {
 public:
-    Stmt(sqlite3* db, const std::string& sql)
+    Stmt(Store* store, const std::string& sql)
     {
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt_, nullptr) != SQLITE_OK) {
-            LOG_ExpError(kFile, "Stmt", __LINE__, "cannot prepare statement: %s", sqlite3_errmsg(db));
+        auto it = store->prepared_.find(sql);
+        if (it != store->prepared_.end() && !it->second.busy) {
+            prepared_ = &it->second;
+            prepared_->busy = true;
+            stmt_ = prepared_->stmt;
+            return;
+        }
+        /* Kept when it is the first of its text; a second one in use at
+         * the same time is finalised after its use. */
+        const bool keep = it == store->prepared_.end();
+        if (sqlite3_prepare_v3(store->db_, sql.c_str(), -1, keep ? SQLITE_PREPARE_PERSISTENT : 0, &stmt_,
+                               nullptr) != SQLITE_OK) {
+            LOG_ExpError(kFile, "Stmt", __LINE__, "cannot prepare statement: %s", sqlite3_errmsg(store->db_));
             sqlite3_finalize(stmt_);
             stmt_ = nullptr;
+            return;
+        }
+        if (keep && stmt_)
+            prepared_ = &store->prepared_.emplace(sql, Prepared{stmt_, true}).first->second;
+    }
+    ~Stmt()
+    {
+        if (prepared_) {
+            sqlite3_reset(stmt_);
+            sqlite3_clear_bindings(stmt_);
+            prepared_->busy = false;
+        } else {
+            sqlite3_finalize(stmt_);
         }
     }
-    ~Stmt() { sqlite3_finalize(stmt_); }
     Stmt(const Stmt&) = delete;
     Stmt& operator=(const Stmt&) = delete;
 
@@ -153,8 +178,11 @@ public:
     int64_t columnInt(int column) { return static_cast<int64_t>(sqlite3_column_int64(stmt_, column)); }
     int32_t columnInt32(int column) { return static_cast<int32_t>(sqlite3_column_int(stmt_, column)); }
 
+    bool isNull(int column) { return sqlite3_column_type(stmt_, column) == SQLITE_NULL; }
+
 private:
     sqlite3_stmt* stmt_ = nullptr;
+    Prepared* prepared_ = nullptr;
 };
 
 struct Store::Query {
@@ -189,10 +217,10 @@ bool Store::open(const std::string& path, std::string* error)
     int64_t version = -1;
     int64_t tables = -1;
     {
-        Stmt v(db_, "PRAGMA user_version");
+        Stmt v(this, "PRAGMA user_version");
         if (v.step() == SQLITE_ROW)
             version = v.columnInt(0);
-        Stmt t(db_, "SELECT count(*) FROM sqlite_master");
+        Stmt t(this, "SELECT count(*) FROM sqlite_master");
         if (t.step() == SQLITE_ROW)
             tables = t.columnInt(0);
     }
@@ -226,6 +254,9 @@ bool Store::createSchema(std::string* error)
 
 void Store::close()
 {
+    for (auto& entry : prepared_)
+        sqlite3_finalize(entry.second.stmt);
+    prepared_.clear();
     if (db_) {
         sqlite3_close_v2(db_);
         db_ = nullptr;
@@ -262,37 +293,48 @@ void Store::rollback()
 
 int64_t Store::contactCount()
 {
-    Stmt s(db_, "SELECT count(*) FROM contacts");
+    Stmt s(this, "SELECT count(*) FROM contacts");
     return s.step() == SQLITE_ROW ? s.columnInt(0) : 0;
 }
 
 /* ---- reading ---------------------------------------------------------- */
 
-bool Store::loadContact(int64_t id, Contact* out)
-{
-    Stmt row(db_, "SELECT uid, first_name, last_name, company, vanity, text7, extra FROM contacts WHERE id = ?1");
-    row.integer(1, id);
-    if (row.step() != SQLITE_ROW)
-        return false;
+/* The contact columns of a row, as readContact() reads them. */
+#define CONTACT_COLUMNS "uid, first_name, last_name, company, vanity, text7, extra"
+/* And of its numbers, in the order of ContactNumber's constructor. */
+#define NUMBER_COLUMNS "text1, number, text3, text4, value1, value2, value3"
 
+/* The contact of `row`, whose CONTACT_COLUMNS start at column `first`;
+ * without its numbers. */
+void Store::readContact(Stmt& row, int first, int64_t id, Contact* out)
+{
     Json::Value extra;
     std::string why;
-    if (!parseJson(row.columnText(6), &extra, &why) || !extra.isObject()) {
+    if (!parseJson(row.columnText(first + 6), &extra, &why) || !extra.isObject()) {
         LOG_ExpError(kFile, "loadContact", __LINE__, "contact %lld: unreadable extra members (%s)",
                      static_cast<long long>(id), why.c_str());
         extra = Json::Value(Json::objectValue);
     }
-    Contact c = Contact::fromJson(ZEMBRA::Phonebook::utf8ToLatin1(extra));
-    c.backend = kBackend;
-    c.uid = row.columnLatin1(0);
-    c.firstName = row.columnLatin1(1);
-    c.lastName = row.columnLatin1(2);
-    c.company = row.columnLatin1(3);
-    c.text3 = row.columnLatin1(4);
-    c.text7 = row.columnLatin1(5);
+    *out = Contact::fromJson(ZEMBRA::Phonebook::utf8ToLatin1(extra));
+    out->backend = kBackend;
+    out->uid = row.columnLatin1(first + 0);
+    out->firstName = row.columnLatin1(first + 1);
+    out->lastName = row.columnLatin1(first + 2);
+    out->company = row.columnLatin1(first + 3);
+    out->text3 = row.columnLatin1(first + 4);
+    out->text7 = row.columnLatin1(first + 5);
+}
 
-    Stmt nums(db_, "SELECT text1, number, text3, text4, value1, value2, value3 FROM numbers "
-                   "WHERE contact_id = ?1 ORDER BY position");
+bool Store::loadContact(int64_t id, Contact* out)
+{
+    Stmt row(this, "SELECT " CONTACT_COLUMNS " FROM contacts WHERE id = ?1");
+    row.integer(1, id);
+    if (row.step() != SQLITE_ROW)
+        return false;
+    Contact c;
+    readContact(row, 0, id, &c);
+
+    Stmt nums(this, "SELECT " NUMBER_COLUMNS " FROM numbers WHERE contact_id = ?1 ORDER BY position");
     nums.integer(1, id);
     while (nums.step() == SQLITE_ROW) {
         c.numbers.emplace_back(nums.columnLatin1(0), nums.columnLatin1(1), nums.columnLatin1(2),
@@ -303,10 +345,13 @@ bool Store::loadContact(int64_t id, Contact* out)
     return true;
 }
 
+/* The page's contacts and their numbers come in one query: one row per
+ * number (or one with no number), contacts in phonebook order, each one's
+ * numbers in their order. */
 Found<Contact> Store::findContacts(const Query& query, const Page& page)
 {
     Found<Contact> found;
-    Stmt count(db_, std::string("SELECT count(*) FROM contacts WHERE ") + query.where);
+    Stmt count(this, std::string("SELECT count(*) FROM contacts WHERE ") + query.where);
     count.text(1, query.key).integer(2, query.length);
     if (count.step() != SQLITE_ROW) {
         logError("findContacts", __LINE__, "counting contacts failed");
@@ -315,21 +360,34 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
     }
     found.total = count.columnInt32(0);
 
-    Stmt ids(db_, std::string("SELECT id FROM contacts WHERE ") + query.where +
-                      " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4");
-    ids.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
-    std::vector<int64_t> rows;
+    Stmt rows(this, std::string("SELECT c.id, " CONTACT_COLUMNS ", n.position, " NUMBER_COLUMNS
+                                " FROM (SELECT id, sort_key, " CONTACT_COLUMNS " FROM contacts WHERE ") +
+                        query.where +
+                        " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4) c "
+                        "LEFT JOIN numbers n ON n.contact_id = c.id ORDER BY c.sort_key, c.uid, n.position");
+    rows.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
+    const int64_t left = static_cast<int64_t>(found.total) - page.offset;
+    if (left > 0)
+        found.items.reserve(static_cast<std::size_t>(left < page.limit ? left : page.limit));
+    int64_t current = -1;
     int rc;
-    while ((rc = ids.step()) == SQLITE_ROW)
-        rows.push_back(ids.columnInt(0));
+    while ((rc = rows.step()) == SQLITE_ROW) {
+        const int64_t id = rows.columnInt(0);
+        if (found.items.empty() || id != current) {
+            found.items.emplace_back();
+            readContact(rows, 1, id, &found.items.back());
+            current = id;
+        }
+        if (!rows.isNull(8)) {
+            found.items.back().numbers.emplace_back(rows.columnLatin1(9), rows.columnLatin1(10),
+                                                    rows.columnLatin1(11), rows.columnLatin1(12),
+                                                    rows.columnInt32(13), rows.columnInt32(14),
+                                                    rows.columnInt32(15));
+        }
+    }
     if (rc != SQLITE_DONE) {
         logError("findContacts", __LINE__, "listing contacts failed");
         found.ok = false;
-    }
-    for (int64_t id : rows) {
-        Contact c;
-        if (loadContact(id, &c))
-            found.items.push_back(c);
     }
     return found;
 }
@@ -366,7 +424,7 @@ Found<Contact> Store::contactAtPosition(int64_t position, const Page& page)
     Found<Contact> found;
     if (position < 0)
         return found;
-    Stmt s(db_, "SELECT id FROM contacts ORDER BY sort_key, uid LIMIT 1 OFFSET ?1");
+    Stmt s(this, "SELECT id FROM contacts ORDER BY sort_key, uid LIMIT 1 OFFSET ?1");
     s.integer(1, position);
     const int rc = s.step();
     if (rc == SQLITE_ROW) {
@@ -384,9 +442,9 @@ Found<Contact> Store::contactAtPosition(int64_t position, const Page& page)
 Found<Event> Store::eventsBetween(int64_t from, int64_t to, const Page& page)
 {
     Found<Event> found;
-    Stmt count(db_, "SELECT count(*) FROM events WHERE timestamp BETWEEN ?1 AND ?2");
+    Stmt count(this, "SELECT count(*) FROM events WHERE timestamp BETWEEN ?1 AND ?2");
     count.integer(1, from).integer(2, to);
-    Stmt list(db_, "SELECT uid, kind, number, name, timestamp, duration FROM events "
+    Stmt list(this, "SELECT uid, kind, number, name, timestamp, duration FROM events "
                    "WHERE timestamp BETWEEN ?1 AND ?2 ORDER BY timestamp DESC, uid LIMIT ?3 OFFSET ?4");
     list.integer(1, from).integer(2, to).integer(3, page.limit).integer(4, page.offset);
     if (count.step() != SQLITE_ROW) {
@@ -410,8 +468,8 @@ Found<Event> Store::eventsBetween(int64_t from, int64_t to, const Page& page)
 Found<Folder> Store::folders(const Page& page)
 {
     Found<Folder> found;
-    Stmt count(db_, "SELECT count(*) FROM folders");
-    Stmt list(db_, "SELECT f.uid, f.name, (SELECT count(*) FROM folder_members m JOIN contacts c "
+    Stmt count(this, "SELECT count(*) FROM folders");
+    Stmt list(this, "SELECT f.uid, f.name, (SELECT count(*) FROM folder_members m JOIN contacts c "
                    "ON c.uid = m.contact_uid WHERE m.folder_uid = f.uid) "
                    "FROM folders f ORDER BY f.sort_key, f.uid LIMIT ?1 OFFSET ?2");
     list.integer(1, page.limit).integer(2, page.offset);
@@ -435,7 +493,7 @@ Found<Folder> Store::folders(const Page& page)
 
 bool Store::uidTaken(const char* sql, const std::string& uid)
 {
-    Stmt s(db_, sql);
+    Stmt s(this, sql);
     s.latin1(1, uid);
     return s.step() == SQLITE_ROW;
 }
@@ -446,7 +504,7 @@ std::string Store::freshUid(const char* counter, const char* prefix, const char*
 {
     int64_t next = 1;
     {
-        Stmt s(db_, "SELECT next FROM counters WHERE name = ?1");
+        Stmt s(this, "SELECT next FROM counters WHERE name = ?1");
         s.text(1, counter);
         if (s.step() == SQLITE_ROW)
             next = s.columnInt(0);
@@ -455,7 +513,7 @@ std::string Store::freshUid(const char* counter, const char* prefix, const char*
     do {
         uid = prefix + std::to_string(static_cast<long long>(next++));
     } while (uidTaken(takenSql, uid));
-    Stmt save(db_, "INSERT INTO counters (name, next) VALUES (?1, ?2) "
+    Stmt save(this, "INSERT INTO counters (name, next) VALUES (?1, ?2) "
                    "ON CONFLICT(name) DO UPDATE SET next = excluded.next");
     save.text(1, counter).integer(2, next);
     save.run();
@@ -481,7 +539,7 @@ Change Store::putContact(Contact& contact)
 
     int64_t id = -1;
     {
-        Stmt s(db_, "SELECT id FROM contacts WHERE uid = ?1");
+        Stmt s(this, "SELECT id FROM contacts WHERE uid = ?1");
         s.latin1(1, contact.uid);
         if (s.step() == SQLITE_ROW)
             id = s.columnInt(0);
@@ -489,7 +547,7 @@ Change Store::putContact(Contact& contact)
     const bool replacing = id >= 0;
     bool ok;
     {
-        Stmt s(db_, replacing ? "UPDATE contacts SET uid = ?1, first_name = ?2, last_name = ?3, company = ?4, "
+        Stmt s(this, replacing ? "UPDATE contacts SET uid = ?1, first_name = ?2, last_name = ?3, company = ?4, "
                                 "vanity = ?5, text7 = ?6, extra = ?7, first_key = ?8, last_key = ?9, "
                                 "first_digits = ?10, last_digits = ?11, sort_key = ?12 WHERE id = ?13"
                               : "INSERT INTO contacts (uid, first_name, last_name, company, vanity, text7, extra, "
@@ -513,12 +571,12 @@ Change Store::putContact(Contact& contact)
     if (ok && !replacing)
         id = static_cast<int64_t>(sqlite3_last_insert_rowid(db_));
     if (ok && replacing) {
-        Stmt s(db_, "DELETE FROM numbers WHERE contact_id = ?1");
+        Stmt s(this, "DELETE FROM numbers WHERE contact_id = ?1");
         ok = s.integer(1, id).run();
     }
     for (std::size_t i = 0; ok && i < contact.numbers.size(); i++) {
         const ContactNumber& n = contact.numbers[i];
-        Stmt s(db_, "INSERT INTO numbers (contact_id, position, text1, number, text3, text4, value1, value2, "
+        Stmt s(this, "INSERT INTO numbers (contact_id, position, text1, number, text3, text4, value1, value2, "
                     "value3, number_key) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
         ok = s.integer(1, id)
                  .integer(2, static_cast<int64_t>(i))
@@ -546,10 +604,10 @@ Change Store::deleteContact(const std::string& uid)
         logError("deleteContact", __LINE__, "cannot start a transaction");
         return Change::Failed;
     }
-    Stmt contact(db_, "DELETE FROM contacts WHERE uid = ?1");
+    Stmt contact(this, "DELETE FROM contacts WHERE uid = ?1");
     bool ok = contact.latin1(1, uid).run();
     const int gone = sqlite3_changes(db_);
-    Stmt members(db_, "DELETE FROM folder_members WHERE contact_uid = ?1");
+    Stmt members(this, "DELETE FROM folder_members WHERE contact_uid = ?1");
     ok = ok && members.latin1(1, uid).run();
     if (!ok || !commit()) {
         logError("deleteContact", __LINE__, "deleting a contact failed");
@@ -571,7 +629,7 @@ Change Store::putEvent(Event& event)
     if (event.uid.empty())
         event.uid = freshUid("event", "e", kTaken);
     const bool replacing = uidTaken(kTaken, event.uid);
-    Stmt s(db_, "INSERT INTO events (uid, kind, number, name, timestamp, duration) "
+    Stmt s(this, "INSERT INTO events (uid, kind, number, name, timestamp, duration) "
                 "VALUES (?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(uid) DO UPDATE SET kind = excluded.kind, "
                 "number = excluded.number, name = excluded.name, timestamp = excluded.timestamp, "
                 "duration = excluded.duration");
@@ -591,7 +649,7 @@ Change Store::putEvent(Event& event)
 
 Change Store::deleteEvent(const std::string& uid)
 {
-    Stmt s(db_, "DELETE FROM events WHERE uid = ?1");
+    Stmt s(this, "DELETE FROM events WHERE uid = ?1");
     if (!s.latin1(1, uid).run()) {
         logError("deleteEvent", __LINE__, "deleting an event failed");
         return Change::Failed;
@@ -608,13 +666,13 @@ Change Store::putFolder(Folder& folder, const std::vector<std::string>& members)
         return Change::Failed;
     }
     const bool replacing = uidTaken("SELECT 1 FROM folders WHERE uid = ?1", folder.uid);
-    Stmt s(db_, "INSERT INTO folders (uid, name, sort_key) VALUES (?1, ?2, ?3) "
+    Stmt s(this, "INSERT INTO folders (uid, name, sort_key) VALUES (?1, ?2, ?3) "
                 "ON CONFLICT(uid) DO UPDATE SET name = excluded.name, sort_key = excluded.sort_key");
     bool ok = s.latin1(1, folder.uid).latin1(2, folder.name).latin1(3, sortKey(folder.name)).run();
-    Stmt clear(db_, "DELETE FROM folder_members WHERE folder_uid = ?1");
+    Stmt clear(this, "DELETE FROM folder_members WHERE folder_uid = ?1");
     ok = ok && clear.latin1(1, folder.uid).run();
     for (const std::string& member : members) {
-        Stmt add(db_, "INSERT OR IGNORE INTO folder_members (folder_uid, contact_uid) VALUES (?1, ?2)");
+        Stmt add(this, "INSERT OR IGNORE INTO folder_members (folder_uid, contact_uid) VALUES (?1, ?2)");
         ok = ok && add.latin1(1, folder.uid).latin1(2, member).run();
     }
     if (!ok || !commit()) {

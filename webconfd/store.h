@@ -12,12 +12,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "phonebook/records.h"
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace webconfd {
 
@@ -92,13 +94,22 @@ private:
     class Stmt;
     struct Query;
 
+    /* A statement prepared once and kept until close(); `busy` while a
+     * Stmt uses it (a second user of the same text gets its own). */
+    struct Prepared {
+        sqlite3_stmt* stmt;
+        bool busy;
+    };
+
     sqlite3* db_ = nullptr;
+    std::map<std::string, Prepared> prepared_;
 
     bool exec(const char* sql);
     bool createSchema(std::string* error);
     std::string freshUid(const char* counter, const char* prefix, const char* table);
     bool uidTaken(const char* table, const std::string& uid);
     bool loadContact(int64_t id, ZEMBRA::Phonebook::Contact* out);
+    void readContact(Stmt& row, int first, int64_t id, ZEMBRA::Phonebook::Contact* out);
     Found<ZEMBRA::Phonebook::Contact> findContacts(const Query& query, const Page& page);
     void logError(const char* function, int line, const char* what);
 };

@@ -41,16 +41,19 @@ inline std::string readString(const Json::Value& object, const char* name)
     return v.isString() ? v.asString() : std::string();
 }
 
-inline int32_t readInt32(const Json::Value& object, const char* name)
+inline int32_t int32Of(const Json::Value& v)
 {
-    const Json::Value& v = member(object, name);
     return isWholeNumber(v) && v.isInt() ? static_cast<int32_t>(v.asInt()) : 0;
 }
 
-inline int64_t readInt64(const Json::Value& object, const char* name)
+inline int64_t int64Of(const Json::Value& v)
 {
-    const Json::Value& v = member(object, name);
     return isWholeNumber(v) && v.isInt64() ? static_cast<int64_t>(v.asInt64()) : 0;
+}
+
+inline int32_t readInt32(const Json::Value& object, const char* name)
+{
+    return int32Of(member(object, name));
 }
 
 }  // namespace detail

@@ -6,6 +6,8 @@
  */
 #include "phonebook/latin1.h"
 
+#include "wire.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -19,12 +21,13 @@ bool isContinuation(unsigned char c)
     return (c & 0xC0) == 0x80;
 }
 
-/* Decodes the well-formed sequence at utf8[pos] (the rules of RFC 3629:
- * no overlong forms, no surrogates, nothing above U+10FFFF). Returns its
- * length and sets *codePoint, or returns 0 when it is malformed. */
-std::size_t decode(const std::string& utf8, std::size_t pos, uint32_t* codePoint)
+/* Decodes the well-formed sequence at p, of which `avail` bytes are left
+ * (the rules of RFC 3629: no overlong forms, no surrogates, nothing above
+ * U+10FFFF). Returns its length and sets *codePoint, or returns 0 when it
+ * is malformed. */
+std::size_t decode(const unsigned char* p, std::size_t avail, uint32_t* codePoint)
 {
-    const unsigned char lead = static_cast<unsigned char>(utf8[pos]);
+    const unsigned char lead = p[0];
     std::size_t length;
     uint32_t cp;
     /* The second byte's allowed range is where overlong forms, surrogates
@@ -53,15 +56,15 @@ std::size_t decode(const std::string& utf8, std::size_t pos, uint32_t* codePoint
     } else {
         return 0;  // stray continuation byte, C0/C1, F5..FF
     }
-    if (utf8.size() - pos < length) {
+    if (avail < length) {
         return 0;
     }
-    const unsigned char second = static_cast<unsigned char>(utf8[pos + 1]);
+    const unsigned char second = p[1];
     if (second < low || second > high) {
         return 0;
     }
     for (std::size_t i = 1; i < length; ++i) {
-        const unsigned char c = static_cast<unsigned char>(utf8[pos + i]);
+        const unsigned char c = p[i];
         if (!isContinuation(c)) {
             return 0;
         }
@@ -117,30 +120,49 @@ std::string latin1ToUtf8(const std::string& latin1)
 std::string utf8ToLatin1(const std::string& utf8)
 {
     std::string out;
-    out.reserve(utf8.size());
+    detail::utf8ToLatin1(utf8.data(), utf8.size(), &out);
+    return out;
+}
+
+namespace detail {
+
+void utf8ToLatin1(const char* utf8, std::size_t size, std::string* out)
+{
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
+    /* Most texts are ASCII: their prefix up to the first other byte goes
+     * over in one copy. */
     std::size_t pos = 0;
-    while (pos < utf8.size()) {
-        const unsigned char c = static_cast<unsigned char>(utf8[pos]);
+    while (pos < size && p[pos] < 0x80) {
+        ++pos;
+    }
+    out->assign(utf8, pos);
+    if (pos == size) {
+        return;
+    }
+    out->reserve(size);
+    while (pos < size) {
+        const unsigned char c = p[pos];
         if (c < 0x80) {
-            out += static_cast<char>(c);
+            *out += static_cast<char>(c);
             ++pos;
             continue;
         }
         uint32_t cp = 0;
-        const std::size_t length = decode(utf8, pos, &cp);
+        const std::size_t length = decode(p + pos, size - pos, &cp);
         if (length == 0) {
             /* Only the lead is consumed: the bytes after it get their own
              * verdict, which keeps one replacement per bad byte and lets
              * a good character right after a cut-off one through. */
-            out += LATIN1_REPLACEMENT;
+            *out += LATIN1_REPLACEMENT;
             ++pos;
             continue;
         }
-        out += cp <= 0xFF ? static_cast<char>(cp) : LATIN1_REPLACEMENT;
+        *out += cp <= 0xFF ? static_cast<char>(cp) : LATIN1_REPLACEMENT;
         pos += length;
     }
-    return out;
 }
+
+}  // namespace detail
 
 Json::Value latin1ToUtf8(const Json::Value& latin1)
 {

@@ -4,15 +4,15 @@
  */
 #include "phonebook/records.h"
 
+#include <cstddef>
+#include <cstdint>
+
 #include "jsonread.h"
+#include "wire.h"
 
 namespace ZEMBRA {
 namespace Phonebook {
 
-using detail::member;
-using detail::readInt32;
-using detail::readInt64;
-using detail::readString;
 
 namespace {
 
@@ -88,22 +88,228 @@ Json::Value arrayOf(const std::vector<ContactEntry>& entries)
     return out;
 }
 
-/* Elements of the array member `name` that are objects, each read with
- * T::fromJson; anything else reads as an empty list. */
-template <typename T>
-std::vector<T> listOf(const Json::Value& object, const char* name)
+/* How a record's texts are taken: as they are (a record's own JSON holds
+ * ISO-8859-1 already), or converted from the wire's UTF-8. */
+struct AsIs {
+    static void take(const Json::Value& v, std::string* out)
+    {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        v.getString(&begin, &end);
+        out->assign(begin, end);
+    }
+};
+
+struct FromUtf8 {
+    static void take(const Json::Value& v, std::string* out)
+    {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        v.getString(&begin, &end);
+        detail::utf8ToLatin1(begin, static_cast<std::size_t>(end - begin), out);
+    }
+};
+
+/* One member a record reads: its name, and how its value is read into the
+ * record. */
+template <typename R>
+struct MemberReader {
+    const char* name;
+    void (*read)(const Json::Value& value, R* record);
+};
+
+/* The order of an object's keys in jsoncpp (a std::map of its keys):
+ * bytewise, a prefix before what it begins. */
+constexpr int compareNames(const char* a, std::size_t aLength, const char* b, std::size_t bLength)
+{
+    for (std::size_t i = 0; i < aLength && i < bLength; ++i) {
+        const unsigned char x = static_cast<unsigned char>(a[i]);
+        const unsigned char y = static_cast<unsigned char>(b[i]);
+        if (x != y) {
+            return x < y ? -1 : 1;
+        }
+    }
+    return aLength < bLength ? -1 : aLength > bLength ? 1 : 0;
+}
+
+constexpr std::size_t nameLength(const char* name)
+{
+    std::size_t n = 0;
+    while (name[n] != '\0') {
+        ++n;
+    }
+    return n;
+}
+
+template <typename R, std::size_t N>
+constexpr bool inKeyOrder(const MemberReader<R> (&readers)[N])
+{
+    for (std::size_t i = 1; i < N; ++i) {
+        if (compareNames(readers[i - 1].name, nameLength(readers[i - 1].name), readers[i].name,
+                         nameLength(readers[i].name)) >= 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/* Reads the members of `json` that `readers` name, in one walk over both
+ * lists, which come in the same order: each key is compared with a name or
+ * two instead of being looked up from the root of the tree for every name.
+ * Members not named are passed over; members missing, or of the wrong
+ * type, leave the record's default. */
+template <typename R, std::size_t N>
+void readMembers(const Json::Value& json, const MemberReader<R> (&readers)[N], R* record)
+{
+    if (!json.isObject()) {
+        return;
+    }
+    std::size_t next = 0;
+    for (auto it = json.begin(); it != json.end() && next < N; ++it) {
+        const char* end = nullptr;
+        const char* key = it.memberName(&end);
+        const std::size_t keyLength = static_cast<std::size_t>(end - key);
+        int order = -1;
+        while (next < N &&
+               (order = compareNames(readers[next].name, nameLength(readers[next].name), key, keyLength)) < 0) {
+            ++next;
+        }
+        if (next < N && order == 0) {
+            readers[next].read(*it, record);
+            ++next;
+        }
+    }
+}
+
+template <typename Text, typename R, std::string R::*Member>
+void textMember(const Json::Value& v, R* record)
+{
+    if (v.isString()) {
+        Text::take(v, &(record->*Member));
+    }
+}
+
+template <typename R, int32_t R::*Member>
+void int32Member(const Json::Value& v, R* record)
+{
+    record->*Member = detail::int32Of(v);
+}
+
+/* The readers behind each record's fromJson, filling a default-constructed
+ * record. */
+template <typename Text>
+void read(const Json::Value& json, ContactNumber* n)
+{
+    static constexpr MemberReader<ContactNumber> readers[] = {
+        {"number", textMember<Text, ContactNumber, &ContactNumber::number>},
+        {"text1", textMember<Text, ContactNumber, &ContactNumber::text1>},
+        {"text3", textMember<Text, ContactNumber, &ContactNumber::text3>},
+        {"text4", textMember<Text, ContactNumber, &ContactNumber::text4>},
+        {"value1", int32Member<ContactNumber, &ContactNumber::value1>},
+        {"value2", int32Member<ContactNumber, &ContactNumber::value2>},
+        {"value3", int32Member<ContactNumber, &ContactNumber::value3>},
+    };
+    static_assert(inKeyOrder(readers), "readers must come in key order");
+    readMembers(json, readers, n);
+}
+
+template <typename Text>
+void read(const Json::Value& json, ContactEntry* e)
+{
+    static constexpr MemberReader<ContactEntry> readers[] = {
+        {"text1", textMember<Text, ContactEntry, &ContactEntry::text1>},
+        {"text2", textMember<Text, ContactEntry, &ContactEntry::text2>},
+        {"text3", textMember<Text, ContactEntry, &ContactEntry::text3>},
+        {"text4", textMember<Text, ContactEntry, &ContactEntry::text4>},
+        {"text5", textMember<Text, ContactEntry, &ContactEntry::text5>},
+        {"text6", textMember<Text, ContactEntry, &ContactEntry::text6>},
+        {"text7", textMember<Text, ContactEntry, &ContactEntry::text7>},
+        {"value", int32Member<ContactEntry, &ContactEntry::value>},
+    };
+    static_assert(inKeyOrder(readers), "readers must come in key order");
+    readMembers(json, readers, e);
+}
+
+/* The elements of an array that are objects, each read as a T; anything
+ * else reads as an empty list. */
+template <typename T, typename Text>
+std::vector<T> listOf(const Json::Value& list)
 {
     std::vector<T> out;
-    const Json::Value& list = member(object, name);
     if (!list.isArray()) {
         return out;
     }
+    out.reserve(list.size());
     for (const Json::Value& element : list) {
         if (element.isObject()) {
-            out.push_back(T::fromJson(element));
+            T item;
+            read<Text>(element, &item);
+            out.push_back(std::move(item));
         }
     }
     return out;
+}
+
+template <typename Text>
+void read(const Json::Value& json, Contact* c)
+{
+    static constexpr MemberReader<Contact> readers[] = {
+        {"backend", textMember<Text, Contact, &Contact::backend>},
+        {"company", textMember<Text, Contact, &Contact::company>},
+        {"entries", [](const Json::Value& v, Contact* r) { r->entries = listOf<ContactEntry, Text>(v); }},
+        {"extraText1", textMember<Text, Contact, &Contact::extraText1>},
+        {"extraText2", textMember<Text, Contact, &Contact::extraText2>},
+        {"extraText3", textMember<Text, Contact, &Contact::extraText3>},
+        {"extraText4", textMember<Text, Contact, &Contact::extraText4>},
+        {"extraText5", textMember<Text, Contact, &Contact::extraText5>},
+        {"extraText6", textMember<Text, Contact, &Contact::extraText6>},
+        {"extraText7", textMember<Text, Contact, &Contact::extraText7>},
+        {"firstName", textMember<Text, Contact, &Contact::firstName>},
+        {"lastName", textMember<Text, Contact, &Contact::lastName>},
+        {"numbers", [](const Json::Value& v, Contact* r) { r->numbers = listOf<ContactNumber, Text>(v); }},
+        {"optionalText",
+         [](const Json::Value& v, Contact* r) {
+             if (v.isString()) {
+                 std::string value;
+                 Text::take(v, &value);
+                 r->optionalText = std::move(value);
+             }
+         }},
+        {"text3", textMember<Text, Contact, &Contact::text3>},
+        {"text7", textMember<Text, Contact, &Contact::text7>},
+        {"uid", textMember<Text, Contact, &Contact::uid>},
+    };
+    static_assert(inKeyOrder(readers), "readers must come in key order");
+    readMembers(json, readers, c);
+}
+
+template <typename Text>
+void read(const Json::Value& json, Event* e)
+{
+    static constexpr MemberReader<Event> readers[] = {
+        {"backend", textMember<Text, Event, &Event::backend>},
+        {"duration", int32Member<Event, &Event::duration>},
+        {"kind", int32Member<Event, &Event::kind>},
+        {"name", textMember<Text, Event, &Event::name>},
+        {"number", textMember<Text, Event, &Event::number>},
+        {"timestamp", [](const Json::Value& v, Event* r) { r->timestamp = detail::int64Of(v); }},
+        {"uid", textMember<Text, Event, &Event::uid>},
+    };
+    static_assert(inKeyOrder(readers), "readers must come in key order");
+    readMembers(json, readers, e);
+}
+
+template <typename Text>
+void read(const Json::Value& json, Folder* f)
+{
+    static constexpr MemberReader<Folder> readers[] = {
+        {"backend", textMember<Text, Folder, &Folder::backend>},
+        {"count", int32Member<Folder, &Folder::count>},
+        {"name", textMember<Text, Folder, &Folder::name>},
+        {"uid", textMember<Text, Folder, &Folder::uid>},
+    };
+    static_assert(inKeyOrder(readers), "readers must come in key order");
+    readMembers(json, readers, f);
 }
 
 }  // namespace
@@ -150,10 +356,9 @@ Json::Value ContactNumber::toJson() const
 
 ContactNumber ContactNumber::fromJson(const Json::Value& json)
 {
-    return ContactNumber(readString(json, "text1"), readString(json, "number"),
-                         readString(json, "text3"), readString(json, "text4"),
-                         readInt32(json, "value1"), readInt32(json, "value2"),
-                         readInt32(json, "value3"));
+    ContactNumber n;
+    read<AsIs>(json, &n);
+    return n;
 }
 
 bool ContactNumber::operator==(const ContactNumber& other) const
@@ -184,14 +389,7 @@ Json::Value ContactEntry::toJson() const
 ContactEntry ContactEntry::fromJson(const Json::Value& json)
 {
     ContactEntry e;
-    e.text1 = readString(json, "text1");
-    e.text2 = readString(json, "text2");
-    e.text3 = readString(json, "text3");
-    e.text4 = readString(json, "text4");
-    e.text5 = readString(json, "text5");
-    e.text6 = readString(json, "text6");
-    e.text7 = readString(json, "text7");
-    e.value = readInt32(json, "value");
+    read<AsIs>(json, &e);
     return e;
 }
 
@@ -259,26 +457,7 @@ Json::Value Contact::toJson() const
 Contact Contact::fromJson(const Json::Value& json)
 {
     Contact c;
-    c.backend = readString(json, "backend");
-    c.uid = readString(json, "uid");
-    c.text3 = readString(json, "text3");
-    c.firstName = readString(json, "firstName");
-    c.lastName = readString(json, "lastName");
-    c.company = readString(json, "company");
-    c.text7 = readString(json, "text7");
-    c.numbers = listOf<ContactNumber>(json, "numbers");
-    c.extraText1 = readString(json, "extraText1");
-    c.extraText2 = readString(json, "extraText2");
-    c.extraText3 = readString(json, "extraText3");
-    c.extraText4 = readString(json, "extraText4");
-    c.extraText5 = readString(json, "extraText5");
-    c.extraText6 = readString(json, "extraText6");
-    c.extraText7 = readString(json, "extraText7");
-    c.entries = listOf<ContactEntry>(json, "entries");
-    const Json::Value& optional = member(json, "optionalText");
-    if (optional.isString()) {
-        c.optionalText = optional.asString();
-    }
+    read<AsIs>(json, &c);
     return c;
 }
 
@@ -323,9 +502,9 @@ Json::Value Event::toJson() const
 
 Event Event::fromJson(const Json::Value& json)
 {
-    return Event(readString(json, "backend"), readString(json, "uid"), readInt32(json, "kind"),
-                 readString(json, "number"), readString(json, "name"),
-                 readInt64(json, "timestamp"), readInt32(json, "duration"));
+    Event e;
+    read<AsIs>(json, &e);
+    return e;
 }
 
 bool Event::operator==(const Event& other) const
@@ -359,8 +538,9 @@ Json::Value Folder::toJson() const
 
 Folder Folder::fromJson(const Json::Value& json)
 {
-    return Folder(readString(json, "backend"), readString(json, "uid"), readString(json, "name"),
-                  readInt32(json, "count"));
+    Folder f;
+    read<AsIs>(json, &f);
+    return f;
 }
 
 bool Folder::operator==(const Folder& other) const
@@ -368,6 +548,25 @@ bool Folder::operator==(const Folder& other) const
     return backend == other.backend && uid == other.uid && name == other.name &&
            count == other.count;
 }
+
+namespace detail {
+
+void readWire(const Json::Value& utf8, Contact* out)
+{
+    read<FromUtf8>(utf8, out);
+}
+
+void readWire(const Json::Value& utf8, Event* out)
+{
+    read<FromUtf8>(utf8, out);
+}
+
+void readWire(const Json::Value& utf8, Folder* out)
+{
+    read<FromUtf8>(utf8, out);
+}
+
+}  // namespace detail
 
 }  // namespace Phonebook
 }  // namespace ZEMBRA

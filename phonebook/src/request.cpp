@@ -10,6 +10,7 @@
 
 #include "jsonread.h"
 #include "phonebook/latin1.h"
+#include "wire.h"
 
 namespace ZEMBRA {
 namespace Phonebook {
@@ -25,7 +26,8 @@ const char KindContact[] = "contact";
 const char KindEvent[] = "event";
 const char KindFolder[] = "folder";
 
-/* The JSON of the variant's record, still ISO-8859-1. */
+/* The wire form of the variant's record: its data converted to UTF-8; kind
+ * names are ASCII. */
 class ParamsToJson : public boost::static_visitor<Json::Value> {
 public:
     Json::Value operator()(const boost::blank&) const { return Json::Value(); }
@@ -39,7 +41,7 @@ private:
         Json::Value out(Json::objectValue);
         out["kind"] = kind;
         out["type"] = type;
-        out["data"] = data;
+        out["data"] = latin1ToUtf8(data);
         return out;
     }
 };
@@ -108,17 +110,63 @@ bool readParams(const Json::Value& json, RequestParams* out, std::string* error)
     return true;
 }
 
+/* Each item is read straight from the UTF-8 tree (wire.h) into its
+ * record, which is made in place: no converted copy of the item, no copy
+ * of the record. */
 template <typename T>
 void readItems(const Json::Value& items, const std::string& backendId,
                std::vector<boost::shared_ptr<Record>>* out)
 {
+    out->reserve(items.size());
     for (const Json::Value& element : items) {
         if (!element.isObject()) {
             continue;
         }
-        boost::shared_ptr<T> record = boost::make_shared<T>(T::fromJson(utf8ToLatin1(element)));
+        boost::shared_ptr<T> record = boost::make_shared<T>();
+        detail::readWire(element, record.get());
         record->backend = backendId;
-        out->push_back(record);
+        out->push_back(std::move(record));
+    }
+}
+
+/* Converts the texts of a Latin-1 tree to UTF-8 where they stand. False,
+ * with the tree half converted, when a member name is not ASCII: only a
+ * converted copy can rename a member. */
+bool textsToUtf8(Json::Value* json)
+{
+    switch (json->type()) {
+    case Json::stringValue: {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        json->getString(&begin, &end);
+        for (const char* p = begin; p != end; ++p) {
+            if (static_cast<unsigned char>(*p) >= 0x80) {
+                *json = Json::Value(latin1ToUtf8(std::string(begin, end)));
+                break;
+            }
+        }
+        return true;
+    }
+    case Json::arrayValue:
+    case Json::objectValue: {
+        const bool object = json->type() == Json::objectValue;
+        for (auto it = json->begin(); it != json->end(); ++it) {
+            if (object) {
+                const char* end = nullptr;
+                for (const char* p = it.memberName(&end); p != end; ++p) {
+                    if (static_cast<unsigned char>(*p) >= 0x80) {
+                        return false;
+                    }
+                }
+            }
+            if (!textsToUtf8(&*it)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    default:
+        return true;
     }
 }
 
@@ -133,13 +181,15 @@ Request::Request(unsigned int queryId, const std::string& userId)
 
 Json::Value Request::toJson() const
 {
+    /* Member names are ASCII, so converting each text as it goes in gives
+     * the tree that converting the finished tree would, without copying it. */
     Json::Value out(Json::objectValue);
     out["queryId"] = static_cast<Json::UInt>(queryId);
-    out["userId"] = userId;
+    out["userId"] = latin1ToUtf8(userId);
     out["params"] = boost::apply_visitor(ParamsToJson(), params);
     out["offset"] = offset;
     out["size"] = size;
-    return latin1ToUtf8(out);
+    return out;
 }
 
 bool Request::fromJson(const Json::Value& json, Request& out, std::string* error)
@@ -220,19 +270,25 @@ Response Response::fromJson(const Json::Value& json, const std::string& backendI
 
 Json::Value Response::toJson() const
 {
+    /* Each text is converted as it goes in, and each item's tree in place,
+     * which gives the tree that converting the finished tree would, without
+     * copying it. */
     Json::Value out(Json::objectValue);
     out["queryId"] = static_cast<Json::UInt>(queryId);
     out["type"] = type;
-    out["message"] = message;
+    out["message"] = latin1ToUtf8(message);
     out["total"] = total;
-    Json::Value list(Json::arrayValue);
+    Json::Value& list = out["items"] = Json::Value(Json::arrayValue);
     for (const boost::shared_ptr<Record>& item : items) {
         if (item) {
-            list.append(item->toJson());
+            Json::Value json = item->toJson();
+            if (!textsToUtf8(&json)) {
+                json = latin1ToUtf8(item->toJson());
+            }
+            list.append(std::move(json));
         }
     }
-    out["items"] = list;
-    return latin1ToUtf8(out);
+    return out;
 }
 
 }  // namespace Phonebook
