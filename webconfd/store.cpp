@@ -345,12 +345,49 @@ bool Store::loadContact(int64_t id, Contact* out)
     return true;
 }
 
-/* The page's contacts and their numbers come in one query: one row per
- * number (or one with no number), contacts in phonebook order, each one's
- * numbers in their order. */
+/* The page's contacts, their numbers and the count of all matches come
+ * in one query, one scan of the contacts: one row per number (or one with
+ * no number), contacts in phonebook order, each one's numbers in their
+ * order, every row with the count. Only an empty page needs the count on
+ * its own. */
 Found<Contact> Store::findContacts(const Query& query, const Page& page)
 {
     Found<Contact> found;
+    Stmt rows(this, std::string("SELECT c.id, " CONTACT_COLUMNS ", c.total, n.position, " NUMBER_COLUMNS
+                                " FROM (SELECT id, sort_key, " CONTACT_COLUMNS
+                                ", count(*) OVER () AS total FROM contacts WHERE ") +
+                        query.where +
+                        " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4) c "
+                        "LEFT JOIN numbers n ON n.contact_id = c.id ORDER BY c.sort_key, c.uid, n.position");
+    rows.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
+    int64_t current = -1;
+    int rc;
+    while ((rc = rows.step()) == SQLITE_ROW) {
+        const int64_t id = rows.columnInt(0);
+        if (found.items.empty() || id != current) {
+            if (found.items.empty()) {
+                found.total = rows.columnInt32(8);
+                const int64_t left = static_cast<int64_t>(found.total) - page.offset;
+                found.items.reserve(static_cast<std::size_t>(left > 0 && left < page.limit ? left : page.limit));
+            }
+            found.items.emplace_back();
+            readContact(rows, 1, id, &found.items.back());
+            current = id;
+        }
+        if (!rows.isNull(9)) {
+            found.items.back().numbers.emplace_back(rows.columnLatin1(10), rows.columnLatin1(11),
+                                                    rows.columnLatin1(12), rows.columnLatin1(13),
+                                                    rows.columnInt32(14), rows.columnInt32(15),
+                                                    rows.columnInt32(16));
+        }
+    }
+    if (rc != SQLITE_DONE) {
+        logError("findContacts", __LINE__, "listing contacts failed");
+        found.ok = false;
+    }
+    if (!found.items.empty())
+        return found;
+
     Stmt count(this, std::string("SELECT count(*) FROM contacts WHERE ") + query.where);
     count.text(1, query.key).integer(2, query.length);
     if (count.step() != SQLITE_ROW) {
@@ -359,36 +396,6 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
         return found;
     }
     found.total = count.columnInt32(0);
-
-    Stmt rows(this, std::string("SELECT c.id, " CONTACT_COLUMNS ", n.position, " NUMBER_COLUMNS
-                                " FROM (SELECT id, sort_key, " CONTACT_COLUMNS " FROM contacts WHERE ") +
-                        query.where +
-                        " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4) c "
-                        "LEFT JOIN numbers n ON n.contact_id = c.id ORDER BY c.sort_key, c.uid, n.position");
-    rows.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
-    const int64_t left = static_cast<int64_t>(found.total) - page.offset;
-    if (left > 0)
-        found.items.reserve(static_cast<std::size_t>(left < page.limit ? left : page.limit));
-    int64_t current = -1;
-    int rc;
-    while ((rc = rows.step()) == SQLITE_ROW) {
-        const int64_t id = rows.columnInt(0);
-        if (found.items.empty() || id != current) {
-            found.items.emplace_back();
-            readContact(rows, 1, id, &found.items.back());
-            current = id;
-        }
-        if (!rows.isNull(8)) {
-            found.items.back().numbers.emplace_back(rows.columnLatin1(9), rows.columnLatin1(10),
-                                                    rows.columnLatin1(11), rows.columnLatin1(12),
-                                                    rows.columnInt32(13), rows.columnInt32(14),
-                                                    rows.columnInt32(15));
-        }
-    }
-    if (rc != SQLITE_DONE) {
-        logError("findContacts", __LINE__, "listing contacts failed");
-        found.ok = false;
-    }
     return found;
 }
 
