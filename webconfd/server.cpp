@@ -135,52 +135,13 @@ void unsupported(const Request& request, const char* kind, int32_t type, Replies
                                                 std::to_string(static_cast<int>(type))));
 }
 
-/* Converts the texts of a Latin-1 tree to UTF-8 where they stand. False,
- * with the tree half converted, when a member name is not ASCII: only a
- * converted copy can rename a member. */
-bool textsToUtf8(Json::Value* json)
-{
-    switch (json->type()) {
-    case Json::stringValue: {
-        const char* begin = nullptr;
-        const char* end = nullptr;
-        json->getString(&begin, &end);
-        for (const char* p = begin; p != end; ++p) {
-            if (static_cast<unsigned char>(*p) >= 0x80) {
-                *json = Json::Value(ZEMBRA::Phonebook::latin1ToUtf8(std::string(begin, end)));
-                break;
-            }
-        }
-        return true;
-    }
-    case Json::arrayValue:
-    case Json::objectValue: {
-        const bool object = json->type() == Json::objectValue;
-        for (auto it = json->begin(); it != json->end(); ++it) {
-            if (object) {
-                const char* end = nullptr;
-                for (const char* p = it.memberName(&end); p != end; ++p) {
-                    if (static_cast<unsigned char>(*p) >= 0x80)
-                        return false;
-                }
-            }
-            if (!textsToUtf8(&*it))
-                return false;
-        }
-        return true;
-    }
-    default:
-        return true;
-    }
-}
-
 /* A record's compact JSON in UTF-8. Its tree is converted where it stands:
  * the member names of records are ASCII. */
 template <typename T>
 std::string recordText(const T& record)
 {
     Json::Value json = record.toJson();
-    if (!textsToUtf8(&json))
+    if (!ZEMBRA::Phonebook::latin1ToUtf8InPlace(&json))
         json = ZEMBRA::Phonebook::latin1ToUtf8(record.toJson());
     return compactJson(json);
 }

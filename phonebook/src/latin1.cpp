@@ -174,5 +174,47 @@ Json::Value utf8ToLatin1(const Json::Value& utf8)
     return convertTree(utf8, [](const std::string& s) { return utf8ToLatin1(s); });
 }
 
+/* Converts the texts of a Latin-1 tree to UTF-8 where they stand. False,
+ * with the tree half converted, when a member name is not ASCII: only a
+ * converted copy can rename a member. */
+bool latin1ToUtf8InPlace(Json::Value* json)
+{
+    switch (json->type()) {
+    case Json::stringValue: {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        json->getString(&begin, &end);
+        for (const char* p = begin; p != end; ++p) {
+            if (static_cast<unsigned char>(*p) >= 0x80) {
+                *json = Json::Value(latin1ToUtf8(std::string(begin, end)));
+                break;
+            }
+        }
+        return true;
+    }
+    case Json::arrayValue:
+    case Json::objectValue: {
+        const bool object = json->type() == Json::objectValue;
+        for (auto it = json->begin(); it != json->end(); ++it) {
+            if (object) {
+                const char* end = nullptr;
+                for (const char* p = it.memberName(&end); p != end; ++p) {
+                    if (static_cast<unsigned char>(*p) >= 0x80) {
+                        return false;
+                    }
+                }
+            }
+            if (!latin1ToUtf8InPlace(&*it)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    default:
+        return true;
+    }
+}
+
+
 }  // namespace Phonebook
 }  // namespace ZEMBRA

@@ -129,47 +129,6 @@ void readItems(const Json::Value& items, const std::string& backendId,
     }
 }
 
-/* Converts the texts of a Latin-1 tree to UTF-8 where they stand. False,
- * with the tree half converted, when a member name is not ASCII: only a
- * converted copy can rename a member. */
-bool textsToUtf8(Json::Value* json)
-{
-    switch (json->type()) {
-    case Json::stringValue: {
-        const char* begin = nullptr;
-        const char* end = nullptr;
-        json->getString(&begin, &end);
-        for (const char* p = begin; p != end; ++p) {
-            if (static_cast<unsigned char>(*p) >= 0x80) {
-                *json = Json::Value(latin1ToUtf8(std::string(begin, end)));
-                break;
-            }
-        }
-        return true;
-    }
-    case Json::arrayValue:
-    case Json::objectValue: {
-        const bool object = json->type() == Json::objectValue;
-        for (auto it = json->begin(); it != json->end(); ++it) {
-            if (object) {
-                const char* end = nullptr;
-                for (const char* p = it.memberName(&end); p != end; ++p) {
-                    if (static_cast<unsigned char>(*p) >= 0x80) {
-                        return false;
-                    }
-                }
-            }
-            if (!textsToUtf8(&*it)) {
-                return false;
-            }
-        }
-        return true;
-    }
-    default:
-        return true;
-    }
-}
-
 }  // namespace
 
 /* Request */
@@ -282,7 +241,7 @@ Json::Value Response::toJson() const
     for (const boost::shared_ptr<Record>& item : items) {
         if (item) {
             Json::Value json = item->toJson();
-            if (!textsToUtf8(&json)) {
+            if (!latin1ToUtf8InPlace(&json)) {
                 json = latin1ToUtf8(item->toJson());
             }
             list.append(std::move(json));

@@ -23,6 +23,11 @@ std::string utf8ToLatin1(const std::string& utf8);
 Json::Value latin1ToUtf8(const Json::Value& latin1);
 Json::Value utf8ToLatin1(const Json::Value& utf8);
 
+/* Converts the texts of a tree to UTF-8 where they stand, without copying
+ * the tree. False, with the tree half converted, when a member name is not
+ * ASCII: only a converted copy can rename a member. */
+bool latin1ToUtf8InPlace(Json::Value* json);
+
 }  // namespace Phonebook
 }  // namespace ZEMBRA
 
