@@ -119,6 +119,20 @@ TEST_F(ResultTest, BestMatchWithTotalZeroOrOneDeliversEveryTime)
     }
 }
 
+TEST_F(ResultTest, RecordsOfAnotherKindAreNotTheSearchs)
+{
+    boost::shared_ptr<FakeClient> client = search(Number, Json::Value("0711"), true);
+    Json::Value events(Json::arrayValue);
+    events.append(Json::Value(Json::objectValue));
+    reply(0, Events, 0, events);
+    reply(0, Folders, 0, events);
+    EXPECT_TRUE(client->events.empty());
+    EXPECT_TRUE(client->folders.empty());
+    reply(0, Contacts, 3);
+    EXPECT_TRUE(client->contacts.empty()) << "no empty work contact is handed over";
+    EXPECT_EQ(client->result, AbstractQueryClient::ResultNone);
+}
+
 TEST_F(ResultTest, BestMatchWithoutAnyContactDeliversNothing)
 {
     boost::shared_ptr<FakeClient> client = search(Number, Json::Value("0711"), true);
