@@ -8,6 +8,7 @@
 #include "kivoglob.h"
 #include "pbbackend.h"
 #include "platform/recording.h"
+#include "reply_text.h"
 
 using namespace ZEMBRA::Phonebook;
 
@@ -108,13 +109,7 @@ void deliverReply(const std::string& text)
 
 void deliverReply(unsigned int queryId, int type, int total, const Json::Value& items)
 {
-    Json::Value r;
-    r["queryId"] = queryId;
-    r["type"] = type;
-    r["message"] = "";
-    r["total"] = total;
-    r["items"] = items;
-    deliverReply(Json::FastWriter().write(r));
+    deliverReply(replyText(queryId, type, total, items));
 }
 
 bool fireTimerOf(unsigned int queryId)

@@ -86,9 +86,9 @@ protected:
         ASSERT_TRUE(daemon->waitErr("serving")) << daemon->err();
     }
 
-    /* The query timer is 5000 units: 2 s by default, never reached while
+    /* The query timer is 5000 units: 10 s by default, never reached while
      * the daemon answers. */
-    void startHost(const char* timerUnitUs = "400")
+    void startHost(const char* timerUnitUs = "2000")
     {
         host.reset(new Program({KIVO_HOST, "--ipc-dir", ipc, "--timer-unit-us", timerUnitUs, "--enter", "kivo"}));
         run("ts info 1", "CmdTraceSet");

@@ -4,6 +4,7 @@
 #include "kivo_fixture.h"
 
 #include "phonebook/latin1.h"
+#include "reply_text.h"
 
 using namespace ZEMBRA::Phonebook;
 
@@ -65,13 +66,7 @@ void KivoTest::reply(const std::string& text)
 
 void KivoTest::reply(unsigned int queryId, int type, int total, const Json::Value& items)
 {
-    Json::Value r;
-    r["queryId"] = queryId;
-    r["type"] = type;
-    r["message"] = "";
-    r["total"] = total;
-    r["items"] = items;
-    reply(Json::FastWriter().write(r));
+    reply(replyText(queryId, type, total, items));
 }
 
 bool KivoTest::expire(unsigned int queryId)

@@ -30,6 +30,8 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include "reply_text.h"
+
 #include "kivo.h"
 #include "kivoglob.h"
 #include "pbbackend.h"
@@ -139,16 +141,6 @@ std::vector<Deferred> soonReplies;      /* peer task only */
 std::vector<Deferred> lateReplies;      /* peer task only */
 int peerRequests = 0;                   /* peer task only */
 
-std::string replyText(unsigned int id, int type, int total, const Json::Value& items)
-{
-    Json::Value r;
-    r["queryId"] = id;
-    r["type"] = type;
-    r["message"] = "";
-    r["total"] = total;
-    r["items"] = items;
-    return Json::FastWriter().write(r);
-}
 
 /* False when the datagram could not be sent (a full socket for a second). */
 bool sendReply(const std::string& to, const std::string& text)

@@ -16,7 +16,7 @@
 #include <vector>
 
 /* How long any wait of an end-to-end test lasts at most. */
-constexpr int kWaitMs = 10000;
+constexpr int kWaitMs = 30000;
 
 /* A private temporary directory, removed with everything in it. */
 class TempDir {

@@ -273,6 +273,9 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "webconfd: cannot use the IPC directory %s\n", ipcDir.c_str());
         return 2;
     }
+    /* Counted before the task serves: from then on only the task uses the
+     * store. */
+    const long long contacts = static_cast<long long>(store.contactCount());
     int taskId = 0;
     if (MAN_ExpTCreate(kTaskName, &taskId, 0, taskCallback) != MAN_OK) {
         std::fprintf(stderr, "webconfd: cannot serve at %s/%s (is another webconfd running there?)\n",
@@ -281,7 +284,7 @@ int main(int argc, char** argv)
         return 1;
     }
     LOG_ExpInfo(kFile, "main", __LINE__, "serving %s (%lld contacts) at %s/%s", dbPath.c_str(),
-                static_cast<long long>(store.contactCount()), ipcDir.c_str(), kAddress);
+                contacts, ipcDir.c_str(), kAddress);
 
     for (;;) {
         int sig = 0;
