@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "harness.h"
+#include "module_support.h"
 #include "kivoglob.h"
 #include "pbbackend.h"
-#include "phonebook/latin1.h"
 #include "platform/recording.h"
 
 using namespace ZEMBRA::Phonebook;
@@ -27,18 +27,6 @@ namespace {
 /* The console reads a search word into char[32]. */
 constexpr std::size_t kWordMax = 31;
 
-Json::Value contactItem(const std::string& lastName, const std::string& number)
-{
-    Json::Value c;
-    c["uid"] = "uid-" + lastName;
-    c["firstName"] = "F";
-    c["lastName"] = latin1ToUtf8(lastName);
-    Json::Value n;
-    n["number"] = number;
-    n["text3"] = number;
-    c["numbers"].append(n);
-    return c;
-}
 
 /* Checks and, when `answer`, answers the requests sent since `from`. */
 void handleRequests(std::size_t from, const std::string& line, bool answer)
@@ -62,8 +50,8 @@ void handleRequests(std::size_t from, const std::string& line, bool answer)
             deliverReply(id, Acknowledge, 0, Json::Value(Json::arrayValue));
         } else {
             Json::Value items(Json::arrayValue);
-            items.append(contactItem("Wefer", "0711"));
-            items.append(contactItem("\xD6hlenbach", "011122233344"));
+            items.append(contactItem("Wefer", "0711", "0711"));
+            items.append(contactItem("\xD6hlenbach", "011122233344", "011122233344"));
             deliverReply(id, Contacts, 2, items);
             deliverReply(id, Contacts, 2, Json::Value(Json::arrayValue));
         }

@@ -8,7 +8,7 @@
 #include "kivoglob.h"
 #include "pbbackend.h"
 #include "platform/recording.h"
-#include "reply_text.h"
+#include "module_support.h"
 
 using namespace ZEMBRA::Phonebook;
 
@@ -72,19 +72,10 @@ void FuzzClient::addFolder(const Folder& f, CacheInfo info)
     delivery();
 }
 
-static void releaseModule()
-{
-    delete pBackend.exchange(nullptr);
-    delete pManager.exchange(nullptr);
-    uiQueryId = 0;
-    iIfcEnable = 1;
-    KIVODebugLevel[0] = 0;
-    KIVODebugLevel[1] = 0;
-}
 
 void moduleStart()
 {
-    releaseModule();
+    resetModule();
     rec::reset();
     FUZZ_CHECK(KIVO_ExpInit() == 0);
     FUZZ_CHECK(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr));
@@ -93,7 +84,7 @@ void moduleStart()
 
 void moduleStop()
 {
-    releaseModule();
+    resetModule();
     FUZZ_CHECK(rec::liveRaws() == 0);
     FUZZ_CHECK(rec::recorder().badReleases == 0);
     rec::reset();

@@ -4,7 +4,7 @@
 #include "kivo_fixture.h"
 
 #include "phonebook/latin1.h"
-#include "reply_text.h"
+#include "module_support.h"
 
 using namespace ZEMBRA::Phonebook;
 
@@ -22,16 +22,6 @@ FakeClient::FakeClient(QueryMode mode, const Json::Value& value)
 FakeClient::~FakeClient()
 {
     alive--;
-}
-
-void resetModule()
-{
-    delete pBackend.exchange(nullptr);
-    delete pManager.exchange(nullptr);
-    uiQueryId = 0;
-    iIfcEnable = 1;
-    KIVODebugLevel[0] = 0;
-    KIVODebugLevel[1] = 0;
 }
 
 void KivoTest::SetUp()
@@ -97,17 +87,4 @@ Json::Value KivoTest::sentJson(std::size_t n) const
     std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     reader->parse(text.data(), text.data() + text.size(), &root, &errors);
     return root;
-}
-
-Json::Value contactItem(const std::string& lastName, const std::string& firstNumberText3, const std::string& number)
-{
-    Json::Value c;
-    c["uid"] = latin1ToUtf8("uid-" + lastName);
-    c["firstName"] = "F";
-    c["lastName"] = latin1ToUtf8(lastName);
-    Json::Value n;
-    n["number"] = number;
-    n["text3"] = firstNumberText3;
-    c["numbers"].append(n);
-    return c;
 }

@@ -18,6 +18,7 @@
 #include "kivo.h"
 #include "kivoglob.h"
 #include "pbbackend.h"
+#include "module_support.h"
 #include "platform/recording.h"
 
 /* A query client that records every call. `alive` counts the instances, so
@@ -82,12 +83,5 @@ protected:
     std::string terminal() const { return rec::recorder().terminalText(); }
     void clearTerminal() { rec::recorder().terminal.clear(); }
 };
-
-/* JSON of a contact item as the daemon sends it. */
-Json::Value contactItem(const std::string& lastName, const std::string& firstNumberText3 = "",
-                        const std::string& number = "0711");
-
-/* Releases the module's objects and restores its load-time state. */
-void resetModule();
 
 #endif

@@ -30,7 +30,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include "reply_text.h"
+#include "module_support.h"
 
 #include "kivo.h"
 #include "kivoglob.h"
