@@ -16,6 +16,7 @@ for group in "$@"; do
     sanitize) ;;   # g++ brings libasan, libubsan and libtsan
     fuzz) packages+=(clang libclang-rt-dev llvm) ;;
     arm) packages+=(g++-arm-linux-gnueabihf qemu-user googletest) ;;
+    mutants) packages+=(python3) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done

@@ -6,5 +6,5 @@
 #   bash scripts/mutants.sh [--seed N] [--count N] [--list] [--file PATH]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
+bash scripts/deps.sh mutants
 exec python3 scripts/mutants.py "$@"
