@@ -38,6 +38,7 @@
 #include "phonebook/latin1.h"
 #include "phonebook/request.h"
 #include "platform/mantask.h"
+#include "platform/standin.h"
 
 using namespace ZEMBRA::Phonebook;
 

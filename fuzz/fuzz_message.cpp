@@ -19,6 +19,7 @@
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
 #include "platform/recording.h"
+#include "platform/standin.h"
 
 namespace {
 

@@ -25,6 +25,7 @@
 #include "phonebook/request.h"
 #include "platform/manmsg.h"
 #include "platform/runtime.h"
+#include "platform/standin.h"
 #include "import.h"
 #include "server.h"
 #include "store.h"

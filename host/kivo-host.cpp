@@ -23,6 +23,7 @@
 #include "platform/log.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
+#include "platform/standin.h"
 
 namespace {
 

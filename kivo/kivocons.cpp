@@ -17,8 +17,9 @@ using ZEMBRA::Phonebook::Contact;
 using ZEMBRA::Phonebook::ContactNumber;
 
 /* A handler reads its arguments at the cursor, which points just behind the
- * matched key, and advances it past what it consumed. */
-typedef int (*KIVOCmdHandler)(const char** ppCursor);
+ * matched key into the interpreter's own copy of the line, and advances it
+ * past what it consumed. */
+typedef int (*KIVOCmdHandler)(char** ppCursor);
 
 struct KIVOCmd {
     int iId;                    /* -1 ends the table */
@@ -27,21 +28,21 @@ struct KIVOCmd {
     char szDescription[64];
 };
 
-static int CmdHelp(const char**);
-static int CmdGet(const char**);
-static int CmdSet(const char**);
-static int CmdQuit(const char**);
-static int CmdTraceStatus(const char**);
-static int CmdTraceSet(const char**);
-static int CmdSearchByName(const char**);
-static int CmdSearchByID(const char**);
-static int CmdSearchByNumber(const char**);
-static int CmdSearchByIndex(const char**);
-static int CmdAddContact(const char**);
-static int CmdDelContact(const char**);
-static int CmdDumpDB(const char**);
-static int CmdSetInterface(const char**);
-static int CmdEnd(const char**);
+static int CmdHelp(char**);
+static int CmdGet(char**);
+static int CmdSet(char**);
+static int CmdQuit(char**);
+static int CmdTraceStatus(char**);
+static int CmdTraceSet(char**);
+static int CmdSearchByName(char**);
+static int CmdSearchByID(char**);
+static int CmdSearchByNumber(char**);
+static int CmdSearchByIndex(char**);
+static int CmdAddContact(char**);
+static int CmdDelContact(char**);
+static int CmdDumpDB(char**);
+static int CmdSetInterface(char**);
+static int CmdEnd(char**);
 
 static const KIVOCmd KIVOCmdTbl[15] = {
     {0, "help", CmdHelp, "help"},
@@ -69,8 +70,10 @@ int KIVO_Interpreter(const char* line)
     for (const KIVOCmd* cmd = KIVOCmdTbl; cmd->iId != -1; cmd++) {
         std::size_t n = std::strlen(cmd->szKey);
         if (strncasecmp(cmd->szKey, line, n) == 0) {
-            /* The key matched n characters, so the line holds at least n. */
-            const char* cursor = line + n;
+            /* The platform's readers take char*: the handlers work on a copy
+             * of the line, which the key matched, so it holds n characters. */
+            std::string copy(line);
+            char* cursor = &copy[n];
             return cmd->pfnHandler(&cursor);
         }
     }
@@ -80,30 +83,46 @@ int KIVO_Interpreter(const char* line)
 
 /* ---- argument reading --------------------------------------------------- */
 
-static void skipBlanks(const char** ppCursor)
+static void skipBlanks(char** ppCursor)
 {
     while (**ppCursor == ' ')
         (*ppCursor)++;
 }
 
+/* Reads the word at the cursor into `buffer`, cut to N - 1 characters.
+ * GetString takes no size, so it gets a copy holding no more than fits; the
+ * cursor then moves past the whole word, so the rest of a cut word is
+ * skipped. A word ends at a blank, a tab, a line end or the line's end. */
 template <std::size_t N>
-static void readWord(const char** ppCursor, char (&buffer)[N])
+static void readWord(char** ppCursor, char (&buffer)[N])
 {
     skipBlanks(ppCursor);
-    *ppCursor += GetString(*ppCursor, buffer);
+    const std::size_t length = std::strcspn(*ppCursor, " \t\r\n");
+    char word[N];
+    const std::size_t kept = length < N - 1 ? length : N - 1;
+    std::memcpy(word, *ppCursor, kept);
+    word[kept] = '\0';
+    buffer[0] = '\0';
+    GetString(word, buffer);
+    *ppCursor += length;
 }
 
-static int readNumber(const char** ppCursor)
+/* Reads the number at the cursor; 0 when none follows. */
+static int readNumber(char** ppCursor)
 {
     int value = 0;
     skipBlanks(ppCursor);
-    *ppCursor += adn2i(*ppCursor, &value);
+    const int consumed = adn2i(*ppCursor, &value);
+    /* Never past the end of the line, whatever adn2i reports. */
+    const std::size_t rest = std::strlen(*ppCursor);
+    if (consumed > 0)
+        *ppCursor += static_cast<std::size_t>(consumed) < rest ? static_cast<std::size_t>(consumed) : rest;
     return value;
 }
 
 /* ---- handlers ----------------------------------------------------------- */
 
-static int CmdHelp(const char**)
+static int CmdHelp(char**)
 {
     UI_ExpWritef("\n");
     UI_ExpWritef("= KIVO ===================================\n");
@@ -113,32 +132,32 @@ static int CmdHelp(const char**)
     return 0;
 }
 
-static int CmdGet(const char**)
+static int CmdGet(char**)
 {
     UI_ExpWritef("%s\n", "CmdGet");
     return 0;
 }
 
-static int CmdSet(const char**)
+static int CmdSet(char**)
 {
     UI_ExpWritef("%s\n", "CmdSet");
     return 0;
 }
 
-static int CmdQuit(const char**)
+static int CmdQuit(char**)
 {
     DTM_ExpReturn();
     return 0;
 }
 
-static int CmdTraceStatus(const char**)
+static int CmdTraceStatus(char**)
 {
     UI_ExpWritef("%s\n", "CmdTraceStatus");
     KIVO_DebugDump();
     return 1;
 }
 
-static int CmdTraceSet(const char** ppCursor)
+static int CmdTraceSet(char** ppCursor)
 {
     char szName[12];
     UI_ExpWritef("%s\n", "CmdTraceSet");
@@ -150,7 +169,7 @@ static int CmdTraceSet(const char** ppCursor)
 }
 
 /* The four search commands differ only in their name and search. */
-static int searchCommand(const char* name, void (*search)(const std::string&), const char** ppCursor)
+static int searchCommand(const char* name, void (*search)(const std::string&), char** ppCursor)
 {
     char szWord[32];
     UI_ExpWritef("%s\n", name);
@@ -159,41 +178,41 @@ static int searchCommand(const char* name, void (*search)(const std::string&), c
     return 0;
 }
 
-static int CmdSearchByName(const char** ppCursor)
+static int CmdSearchByName(char** ppCursor)
 {
     return searchCommand("CmdSearchByName", KIVO_TFSearchByName, ppCursor);
 }
 
-static int CmdSearchByID(const char** ppCursor)
+static int CmdSearchByID(char** ppCursor)
 {
     return searchCommand("CmdSearchByID", KIVO_TFSearchByID, ppCursor);
 }
 
-static int CmdSearchByNumber(const char** ppCursor)
+static int CmdSearchByNumber(char** ppCursor)
 {
     return searchCommand("CmdSearchByNumber", KIVO_TFSearchByNumber, ppCursor);
 }
 
-static int CmdSearchByIndex(const char** ppCursor)
+static int CmdSearchByIndex(char** ppCursor)
 {
     return searchCommand("CmdSearchByIndex", KIVO_TFSearchByIndex, ppCursor);
 }
 
-static int CmdDelContact(const char** ppCursor)
+static int CmdDelContact(char** ppCursor)
 {
     UI_ExpWritef("%s\n", "CmdDelContact");
     KIVO_TFDelete(readNumber(ppCursor));
     return 0;
 }
 
-static int CmdDumpDB(const char**)
+static int CmdDumpDB(char**)
 {
     UI_ExpWritef("%s\n", "CmdDumpDB");
     KIVO_DumpDb();
     return 0;
 }
 
-static int CmdSetInterface(const char** ppCursor)
+static int CmdSetInterface(char** ppCursor)
 {
     UI_ExpWritef("%s\n", "CmdSetInterface");
     KIVO_SetIfcEnable(readNumber(ppCursor));
@@ -201,7 +220,7 @@ static int CmdSetInterface(const char** ppCursor)
     return 0;
 }
 
-static int CmdEnd(const char**)
+static int CmdEnd(char**)
 {
     return 0;
 }
@@ -222,7 +241,7 @@ static const Sample samples[] = {
     {"Elka", "St\xF6" "be", "L\xFCnbeck"},
 };
 
-static int CmdAddContact(const char** ppCursor)
+static int CmdAddContact(char** ppCursor)
 {
     UI_ExpWritef("%s\n", "CmdAddContact");
     int selector = readNumber(ppCursor);
@@ -231,7 +250,11 @@ static int CmdAddContact(const char** ppCursor)
     std::unique_ptr<Contact> contact(
         new Contact("source", "", "", s.firstName, s.lastName, s.company, boost::optional<std::string>()));
     if (selector == 1) {
-        ContactNumber number("", "011122233344", "", "", 1, 2, -1);
+        ContactNumber number;   /* text1, text3 and text4 stay empty */
+        number.number = "011122233344";
+        number.value1 = 1;
+        number.value2 = 2;
+        number.value3 = -1;
         contact->numbers.push_back(number);
     }
     KIVO_ExpAddContact(contact.get());

@@ -23,13 +23,13 @@ int KIVO_ExpInit()
 
     int iRetCode = MAN_ExpTCreate("kivo", &TaskIdTbl[KIVO_TASK_INDEX], KIVO_TASK_ARG, KIVO_Process);
     if (iRetCode != 0) {
-        LOG_ExpInfo(kFile, "KIVO_ExpInit", 69, "unable to create process iRetCode %d", iRetCode);
+        KIVO_LOG_INFO(kFile, "KIVO_ExpInit", 69, "unable to create process iRetCode %d", iRetCode);
         return iRetCode;
     }
 
     iRetCode = DTM_ExpRegister("kivo", "kivo", KIVO_Interpreter);
     if (iRetCode != 0) {
-        LOG_ExpInfo(kFile, "KIVO_ExpInit", 76, "unable to register testmenue %d", iRetCode);
+        KIVO_LOG_INFO(kFile, "KIVO_ExpInit", 76, "unable to register testmenue %d", iRetCode);
         return iRetCode;
     }
     return 0;
@@ -41,7 +41,7 @@ static bool ifcEnabled(const char* function, int line)
 {
     if (KIVO_GetIfcEnable() != 0)
         return true;
-    LOG_ExpInfo(kFile, function, line, "kivo-interface disabled");
+    KIVO_LOG_INFO(kFile, function, line, "kivo-interface disabled");
     return false;
 }
 
@@ -51,7 +51,7 @@ int KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient> client, Manager::Search
         UI_ExpWritef("%s  searchMode %d\n", "KIVO_ExpQuery", static_cast<int>(mode));
     if (!client) {
         /* Nobody could be told about the search's end: refuse it. */
-        LOG_ExpError(kFile, "KIVO_ExpQuery", 91, "no query client");
+        KIVO_LOG_ERROR(kFile, "KIVO_ExpQuery", 91, "no query client");
         return -1;
     }
     if (!ifcEnabled("KIVO_ExpQuery", 94)) {

@@ -4,16 +4,19 @@
  * its query table, requests, reply handling and the cache-clear notice.
  *
  * Locking: tableLock guards the structure of PbBackend::queries and
- * uiQueryId. Entries are made by any thread but only the kivo task changes
- * or erases an existing one, so the kivo task may use an entry it found
- * without holding the lock. The lock is never held while a client is called,
- * a message is sent or a timer armed.
+ * uiQueryId. A request holds it from making its entry until the counter is
+ * raised (entry, timer, request with the id, counter), so ids, entries and
+ * timers always agree. Entries are made by any thread but only the kivo task
+ * changes or erases an existing one, so the kivo task may use an entry it
+ * found without holding the lock. The lock is never held while a client is
+ * called or a request is sent.
  */
 #include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+#include <boost/optional.hpp>
 #include <json/json.h>
 
 #include "kivo.h"
@@ -31,7 +34,6 @@ using ZEMBRA::Phonebook::Folder;
 using ZEMBRA::Phonebook::FolderParams;
 using ZEMBRA::Phonebook::Manager;
 using ZEMBRA::Phonebook::Request;
-using ZEMBRA::Phonebook::RequestParams;
 using ZEMBRA::Phonebook::Response;
 
 static const char kFile[] = "kivomain";
@@ -45,8 +47,10 @@ static std::mutex tableLock;
 
 static AbstractQueryClient::QueryResult queryResult(int resultCount)
 {
-    return resultCount > 0 ? AbstractQueryClient::ResultFound : AbstractQueryClient::ResultNone;
+    return static_cast<AbstractQueryClient::QueryResult>(resultCount > 0 ? KIVO_RESULT_FOUND : KIVO_RESULT_NONE);
 }
+
+static const AbstractQueryClient::CacheInfo kCacheInfo = static_cast<AbstractQueryClient::CacheInfo>(KIVO_CACHE_INFO);
 
 /* ---- start-up ---------------------------------------------------------- */
 
@@ -73,7 +77,7 @@ static Manager* manager(const char* function, int line)
 {
     Manager* m = pManager.load();
     if (m == nullptr)
-        LOG_ExpError(kFile, function, line, "kivo task not started");
+        KIVO_LOG_ERROR(kFile, function, line, "kivo task not started");
     return m;
 }
 
@@ -139,7 +143,7 @@ int KIVO_QueryTimer(unsigned int queryId)
 {
     CManMessage cMsg;
     if (cMsg.Create(KIVO_PRIM_TIMER, 0, 0) != 0) {
-        LOG_ExpError(kFile, "KIVO_QueryTimer", 816, "cMsg.Create failed\n");
+        KIVO_LOG_ERROR(kFile, "KIVO_QueryTimer", 816, "cMsg.Create failed\n");
         return -1;
     }
     cMsg.addU32(queryId);
@@ -152,7 +156,7 @@ void KIVO_QueryTimeout(unsigned int queryId)
 {
     PbBackend* backend = pBackend.load();
     if (backend == nullptr) {
-        LOG_ExpInfo(kFile, "KIVO_QueryTimeout", 831, "no backend yet, timer %u dropped", queryId);
+        KIVO_LOG_INFO(kFile, "KIVO_QueryTimeout", 831, "no backend yet, timer %u dropped", queryId);
         return;
     }
     backend->Timeout(queryId);
@@ -162,7 +166,7 @@ void KIVO_QueryResult(const std::string& text)
 {
     PbBackend* backend = pBackend.load();
     if (backend == nullptr) {
-        LOG_ExpInfo(kFile, "KIVO_QueryResult", 841, "no backend yet, result dropped");
+        KIVO_LOG_INFO(kFile, "KIVO_QueryResult", 841, "no backend yet, result dropped");
         return;
     }
     backend->Result(text);
@@ -175,7 +179,7 @@ void ClaerCache_NotifyConfigChangeMessage()
     CManMessage cMsg;
     int iRetCode = cMsg.Create(KIVO_PRIM_CACHE_CLEAR, 0, 32);
     if (iRetCode != 0) {
-        LOG_ExpInfo(kFile, "ClaerCache_NotifyConfigChangeMessage", 507, "send failed iRetCode %d", iRetCode);
+        KIVO_LOG_INFO(kFile, "ClaerCache_NotifyConfigChangeMessage", 507, "send failed iRetCode %d", iRetCode);
         return;
     }
     cManIO.SendLocal(cMsg, KIVO_CACHE_TASK);
@@ -202,17 +206,25 @@ std::string PbBackend::id() const
     return backendId;
 }
 
-unsigned int PbBackend::openEntry(const boost::shared_ptr<AbstractQueryClient>& client)
+std::string PbBackend::openRequest(const boost::shared_ptr<AbstractQueryClient>& client, bool traceId,
+                                   const std::function<Request(unsigned int)>& build)
 {
     QueryState old;   /* an overwritten entry's client is released unlocked */
-    std::lock_guard<std::mutex> guard(tableLock);
-    unsigned int id = uiQueryId;
-    QueryState& entry = queries[id];
-    old = std::move(entry);
-    entry = QueryState();
-    entry.client = client;
-    uiQueryId = id + 1;
-    return id;
+    boost::optional<Request> request;
+    {
+        std::lock_guard<std::mutex> guard(tableLock);
+        const unsigned int id = uiQueryId;
+        if (traceId && KIVO_TraceInfo())
+            UI_ExpWritef("%s:%d  QueryId %d\n", "startQuery", 182, id);
+        QueryState& entry = queries[id];
+        old = std::move(entry);
+        entry = QueryState();
+        entry.client = client;
+        KIVO_QueryTimer(id);
+        request.emplace(build(id));
+        uiQueryId = id + 1;
+    }
+    return request->toJson().toStyledString();
 }
 
 PbBackend::QueryState PbBackend::closeEntry(Entry entry)
@@ -274,15 +286,10 @@ static bool sendRequest(const char* function, int createLine, unsigned int primi
 {
     CManMessage cMsg;
     if (cMsg.Create(primitive, 0, static_cast<int>(text.size())) != 0) {
-        LOG_ExpError(kFile, function, createLine, "cMsg.Create failed\n");
+        KIVO_LOG_ERROR(kFile, function, createLine, "cMsg.Create failed\n");
         return false;
     }
-    if (cMsg.addString(text) != 0) {
-        LOG_ExpError(kFile, function, createLine, "request of %lu bytes too long",
-                     static_cast<unsigned long>(text.size()));
-        cMsg.Delete();
-        return false;
-    }
+    cMsg.addString(text);
     if (source != nullptr && KIVO_TraceInfo())
         UI_ExpWritef("Source address: %s Destination address: %s\n", source, kDaemon);
     cManIO.SendIpc(cMsg, source, kDaemon);
@@ -290,82 +297,86 @@ static bool sendRequest(const char* function, int createLine, unsigned int primi
     return true;
 }
 
+/* The trace of a search's mode (line and word by mode). */
+static void traceMode(unsigned int mode, int offset, int size)
+{
+    switch (mode) {
+    case 0:
+        UI_ExpWritef("%s:%d  mode: ID  offset %d  size %d\n", "startQuery", 204, offset, size);
+        break;
+    case 1:
+        UI_ExpWritef("%s:%d  mode: Number  offset %d  size %d\n", "startQuery", 228, offset, size);
+        break;
+    case 2:
+        UI_ExpWritef("%s:%d  mode: NameAlpha  offset %d  size %d\n", "startQuery", 210, offset, size);
+        break;
+    case 3:
+        UI_ExpWritef("%s:%d  mode: NameVanity offset %d  size %d\n", "startQuery", 216, offset, size);
+        break;
+    case 4:
+        UI_ExpWritef("%s:%d  mode: Index  offset %d  size %d\n", "startQuery", 222, offset, size);
+        break;
+    case 5:
+        UI_ExpWritef("%s:%d  mode: EventRange  offset %d  size %d\n", "startQuery", 234, offset, size);
+        break;
+    case 6:
+        UI_ExpWritef("%s:%d  mode: FolderList  offset %d  size %d\n", "startQuery", 240, offset, size);
+        break;
+    default:
+        UI_ExpWritef("%s:%d  mode: unknown  offset %d  size %d\n", "startQuery", 246, offset, size);
+        break;
+    }
+}
+
 void PbBackend::startQuery(boost::shared_ptr<AbstractQueryClient> client)
 {
     if (!client) {
-        LOG_ExpError(kFile, "startQuery", 180, "no query client");
+        KIVO_LOG_ERROR(kFile, "startQuery", 180, "no query client");
         return;
     }
-    unsigned int id = openEntry(client);
-    if (KIVO_TraceInfo())
-        UI_ExpWritef("%s:%d  QueryId %d\n", "startQuery", 182, id);
-    KIVO_QueryTimer(id);
-
     const ZEMBRA::Phonebook::QueryParameters& p = client->parameters;
-    Request request(id, p.userId);
-    const unsigned int mode = static_cast<unsigned int>(p.mode);
-    if (mode <= 4) {
-        ContactParams params;
-        params.type = static_cast<int32_t>(mode);
-        params.data = p.value;
-        request.params = params;
-    } else if (mode == 5) {
-        EventParams params;
-        params.data = p.value;
-        request.params = params;
-    } else if (mode == 6) {
-        FolderParams params;
-        params.data = p.value;
-        request.params = params;
-    }
-    if (KIVO_TraceInfo()) {
-        switch (mode) {
-        case 0:
-            UI_ExpWritef("%s:%d  mode: ID  offset %d  size %d\n", "startQuery", 204, p.offset, p.size);
-            break;
-        case 1:
-            UI_ExpWritef("%s:%d  mode: Number  offset %d  size %d\n", "startQuery", 228, p.offset, p.size);
-            break;
-        case 2:
-            UI_ExpWritef("%s:%d  mode: NameAlpha  offset %d  size %d\n", "startQuery", 210, p.offset, p.size);
-            break;
-        case 3:
-            UI_ExpWritef("%s:%d  mode: NameVanity offset %d  size %d\n", "startQuery", 216, p.offset, p.size);
-            break;
-        case 4:
-            UI_ExpWritef("%s:%d  mode: Index  offset %d  size %d\n", "startQuery", 222, p.offset, p.size);
-            break;
-        case 5:
-            UI_ExpWritef("%s:%d  mode: EventRange  offset %d  size %d\n", "startQuery", 234, p.offset, p.size);
-            break;
-        case 6:
-            UI_ExpWritef("%s:%d  mode: FolderList  offset %d  size %d\n", "startQuery", 240, p.offset, p.size);
-            break;
-        default:
-            UI_ExpWritef("%s:%d  mode: unknown  offset %d  size %d\n", "startQuery", 246, p.offset, p.size);
-            break;
+    const std::string strRequest = openRequest(client, true, [&p](unsigned int id) {
+        Request request(id, p.userId);
+        const unsigned int mode = static_cast<unsigned int>(p.mode);
+        if (mode <= 4) {
+            ContactParams params;
+            params.type = static_cast<int32_t>(mode);
+            params.data = p.value;
+            request.params = params;
+        } else if (mode == 5) {
+            EventParams params;
+            params.type = KIVO_TYPE_EVENT_RANGE;
+            params.data = p.value;
+            request.params = params;
+        } else if (mode == 6) {
+            FolderParams params;
+            params.type = KIVO_TYPE_FOLDER_LIST;
+            params.data = p.value;
+            request.params = params;
         }
-    }
-    request.offset = p.offset;
-    request.size = p.size;
-    if (KIVO_TraceInfo())
-        UI_ExpWritef("%s:%d userid %s\n", "startQuery", 252, p.userId.c_str());
-
-    const std::string strRequest = request.toJson().toStyledString();
+        if (KIVO_TraceInfo())
+            traceMode(mode, p.offset, p.size);
+        request.offset = p.offset;
+        request.size = p.size;
+        if (KIVO_TraceInfo())
+            UI_ExpWritef("%s:%d userid %s\n", "startQuery", 252, p.userId.c_str());
+        return request;
+    });
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d strRequest %s\n", "startQuery", 267, strRequest.c_str());
     sendRequest("startQuery", 273, client->requestPrimitive, client->sourceAddress.c_str(), strRequest);
 }
 
 void PbBackend::changeRequest(const char* function, int requestLine, int createLine,
-                              const std::function<RequestParams()>& makeParams)
+                              const std::function<void(Request&)>& setParams)
 {
-    unsigned int id = openEntry(boost::shared_ptr<AbstractQueryClient>());
-    KIVO_QueryTimer(id);
-    Request request(id, "");
-    request.params = makeParams();
-    request.offset = 0;
-    const std::string strRequest = request.toJson().toStyledString();
+    const std::string strRequest = openRequest(boost::shared_ptr<AbstractQueryClient>(), false,
+                                               [&setParams](unsigned int id) {
+                                                   Request request(id, "");
+                                                   setParams(request);
+                                                   request.offset = 0;
+                                                   return request;
+                                               });
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d strRequest %s\n", function, requestLine, strRequest.c_str());
     sendRequest(function, createLine, KIVO_PRIM_CHANGE, nullptr, strRequest);
@@ -374,7 +385,7 @@ void PbBackend::changeRequest(const char* function, int requestLine, int createL
 void PbBackend::addContact(Contact* contact)
 {
     if (contact == nullptr) {
-        LOG_ExpError(kFile, "addContact", 290, "no contact");
+        KIVO_LOG_ERROR(kFile, "addContact", 290, "no contact");
         return;
     }
     if (KIVO_TraceInfo())
@@ -383,63 +394,63 @@ void PbBackend::addContact(Contact* contact)
         UI_ExpWritef("%s:%d contact->getLastName  %s\n", "addContact", 294, contact->getLastName().c_str());
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d contact->getFirstName %s\n", "addContact", 295, contact->getFirstName().c_str());
-    changeRequest("addContact", 324, 330, [contact] {
+    changeRequest("addContact", 324, 330, [contact](Request& request) {
         ContactParams params;
-        params.type = ContactParams::Add;
+        params.type = KIVO_TYPE_CONTACT_ADD;
         params.data = contact->toJson();
-        return RequestParams(std::move(params));
+        request.params = std::move(params);
     });
 }
 
 void PbBackend::deleteContact(Contact* contact)
 {
     if (contact == nullptr) {
-        LOG_ExpError(kFile, "deleteContact", 346, "no contact");
+        KIVO_LOG_ERROR(kFile, "deleteContact", 346, "no contact");
         return;
     }
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d\n", "deleteContact", 349);
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d contact->getUid %s\n", "deleteContact", 350, contact->getUid().c_str());
-    changeRequest("deleteContact", 378, 384, [contact] {
+    changeRequest("deleteContact", 378, 384, [contact](Request& request) {
         ContactParams params;
-        params.type = ContactParams::Delete;
+        params.type = KIVO_TYPE_CONTACT_DELETE;
         params.data = Json::Value(contact->getUid());
-        return RequestParams(std::move(params));
+        request.params = std::move(params);
     });
 }
 
 void PbBackend::addEvent(Event* event)
 {
     if (event == nullptr) {
-        LOG_ExpError(kFile, "addEvent", 400, "no event");
+        KIVO_LOG_ERROR(kFile, "addEvent", 400, "no event");
         return;
     }
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d\n", "addEvent", 403);
-    changeRequest("addEvent", 432, 438, [event] {
+    changeRequest("addEvent", 432, 438, [event](Request& request) {
         EventParams params;
-        params.type = EventParams::Add;
+        params.type = KIVO_TYPE_EVENT_ADD;
         params.data = event->toJson();
-        return RequestParams(std::move(params));
+        request.params = std::move(params);
     });
 }
 
 void PbBackend::deleteEvent(Event* event)
 {
     if (event == nullptr) {
-        LOG_ExpError(kFile, "deleteEvent", 454, "no event");
+        KIVO_LOG_ERROR(kFile, "deleteEvent", 454, "no event");
         return;
     }
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d\n", "deleteEvent", 457);
     if (KIVO_TraceInfo())
         UI_ExpWritef("%s:%d event->getUid %s\n", "deleteEvent", 458, event->getUid().c_str());
-    changeRequest("deleteEvent", 486, 492, [event] {
+    changeRequest("deleteEvent", 486, 492, [event](Request& request) {
         EventParams params;
-        params.type = EventParams::Delete;
+        params.type = KIVO_TYPE_EVENT_DELETE;
         params.data = Json::Value(event->getUid());
-        return RequestParams(std::move(params));
+        request.params = std::move(params);
     });
 }
 
@@ -502,9 +513,10 @@ void PbBackend::Result(const std::string& strResult)
     Json::Value root;
     {
         std::string errors;
+        const char* text = strResult.c_str();
         bool parsed;
         try {
-            parsed = replyReader().parse(strResult.data(), strResult.data() + strResult.size(), &root, &errors);
+            parsed = replyReader().parse(text, text + strResult.size(), &root, &errors);
         } catch (const Json::Exception&) {
             parsed = false;   /* nesting beyond the reader's limit */
         }
@@ -551,9 +563,9 @@ void PbBackend::Result(const std::string& strResult)
             for (const auto& item : reply.items) {
                 entry->second.resultCount++;
                 if (reply.type == ZEMBRA::Phonebook::Events)
-                    client->addEvent(static_cast<const Event&>(*item), AbstractQueryClient::CacheRemote);
+                    client->addEvent(static_cast<const Event&>(*item), kCacheInfo);
                 else
-                    client->addFolder(static_cast<const Folder&>(*item), AbstractQueryClient::CacheRemote);
+                    client->addFolder(static_cast<const Folder&>(*item), kCacheInfo);
             }
         }
         break;
@@ -583,13 +595,13 @@ void PbBackend::deliverContacts(Entry entry, const Response& reply)
         const Contact& contact = static_cast<const Contact&>(*item);
         q.resultCount++;
         if (!client->bestMatchOnly) {
-            client->addContact(contact, AbstractQueryClient::CacheRemote, pattern, reply.total);
+            client->addContact(contact, kCacheInfo, pattern, reply.total);
             continue;
         }
         if (q.resultCount <= 1 || matchLength(contact) > matchLength(q.contact))
             q.contact = contact;
         if (static_cast<unsigned int>(q.resultCount) >= total)
-            client->addContact(q.contact, AbstractQueryClient::CacheRemote, pattern, reply.total);
+            client->addContact(q.contact, kCacheInfo, pattern, reply.total);
     }
 }
 
@@ -613,7 +625,7 @@ void PbBackend::endQuery(Entry entry, const Response& reply)
         const unsigned int count = static_cast<unsigned int>(state.resultCount);
         if (reply.type == ZEMBRA::Phonebook::Contacts && state.client->bestMatchOnly && state.resultCount > 0 &&
             count < static_cast<unsigned int>(reply.total))
-            state.client->addContact(state.contact, AbstractQueryClient::CacheRemote, searchPattern(*state.client),
+            state.client->addContact(state.contact, kCacheInfo, searchPattern(*state.client),
                                      reply.total);
         state.client->backendHasFinished(queryResult(state.resultCount));
     }
@@ -634,11 +646,6 @@ namespace {
 
 class MyQueryClient : public AbstractQueryClient {
 public:
-    explicit MyQueryClient(const ZEMBRA::Phonebook::QueryParameters& parameters)
-        : AbstractQueryClient(parameters, "", 0, false)
-    {
-    }
-
     void requestFinished() override;
     void addContact(const Contact& contact, CacheInfo) override
     {
@@ -693,13 +700,17 @@ void testSearch(ZEMBRA::Phonebook::QueryMode mode, const std::string& text)
         std::lock_guard<std::mutex> guard(vecLock);
         vecContact.clear();
     }
-    ZEMBRA::Phonebook::QueryParameters parameters;
-    parameters.value = Json::Value(text);
-    parameters.mode = mode;
-    parameters.offset = 0;
-    parameters.size = 100;
-    boost::shared_ptr<MyQueryClient> client(new MyQueryClient(parameters));
-    KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(client), Manager::SearchBackends);
+    boost::shared_ptr<MyQueryClient> client(new MyQueryClient());
+    client->parameters.value = Json::Value(text);
+    client->parameters.mode = mode;
+    client->parameters.offset = 0;
+    client->parameters.size = 100;
+    client->parameters.userId = "";
+    client->sourceAddress = "";
+    client->requestPrimitive = 0;
+    client->bestMatchOnly = false;
+    KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(client),
+                  static_cast<Manager::SearchMode>(KIVO_SEARCH_MODE));
 }
 
 }  // namespace

@@ -13,35 +13,32 @@
 
 static const char kFile[] = "kivoprcss";
 
+/* The primitive: the first four bytes of the received message, most
+ * significant byte first. */
+static unsigned int primitiveOf(const void* raw)
+{
+    const unsigned char* p = static_cast<const unsigned char*>(raw);
+    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+           (static_cast<unsigned int>(p[2]) << 8) | static_cast<unsigned int>(p[3]);
+}
+
 static void KIVO_MsgSwitch(void* raw)
 {
     {
         CManMessage cMsg;
         int iRetCode = cMsg.Assign(raw);
         if (iRetCode != 0) {
-            LOG_ExpInfo(kFile, "KIVO_MsgSwitch", 100, "receive failed iRetCode %d", iRetCode);
+            KIVO_LOG_INFO(kFile, "KIVO_MsgSwitch", 100, "receive failed iRetCode %d", iRetCode);
         } else {
-            const unsigned char* p = cMsg.data();
-            unsigned int wPrimitiv = (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
-                                     (static_cast<unsigned int>(p[2]) << 8) | static_cast<unsigned int>(p[3]);
+            /* Assign accepted the message, so it holds its primitive. */
+            unsigned int wPrimitiv = primitiveOf(raw);
             switch (wPrimitiv) {
-            case KIVO_PRIM_TIMER: {
-                unsigned int queryId = cMsg.getU32();
-                /* Without its id a timer message could end an unrelated query 0. */
-                if (cMsg.readFailed())
-                    LOG_ExpError(kFile, "KIVO_MsgSwitch", 108, "timer message without query id");
-                else
-                    KIVO_QueryTimeout(queryId);
+            case KIVO_PRIM_TIMER:
+                KIVO_QueryTimeout(cMsg.getU32());
                 break;
-            }
-            case KIVO_PRIM_RESULT: {
-                std::string text = cMsg.getString();
-                if (cMsg.readFailed())
-                    LOG_ExpError(kFile, "KIVO_MsgSwitch", 116, "result message without text");
-                else
-                    KIVO_QueryResult(text);
+            case KIVO_PRIM_RESULT:
+                KIVO_QueryResult(cMsg.getString());
                 break;
-            }
             default:
                 UI_ExpWritef("%s *** unknown Primitive 0x%08lx\n", "KIVO_MsgSwitch",
                              static_cast<unsigned long>(wPrimitiv));
@@ -56,14 +53,14 @@ static void KIVO_MsgSwitch(void* raw)
 void KIVO_Process(int event, unsigned int primitive, void* raw)
 {
     switch (event) {
-    case MAN_EVENT_CONTROL:
-        if (primitive == MAN_PRIM_START)
+    case KIVO_EVENT_CONTROL:
+        if (primitive == KIVO_PRIM_START)
             KIVO_Init();
         break;
-    case MAN_EVENT_TASK:
+    case KIVO_EVENT_TASK:
         UI_ExpWritef("KIVO_EventSwitch wPrimitiv %08lx\n", static_cast<unsigned long>(primitive));
         break;
-    case MAN_EVENT_MESSAGE:
+    case KIVO_EVENT_MESSAGE:
         KIVO_MsgSwitch(raw);
         break;
     default:

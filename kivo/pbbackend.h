@@ -6,7 +6,7 @@
  *
  * Threads: the request operations run on their callers' threads, Result and
  * Timeout on the kivo task. One lock guards the table's structure and
- * uiQueryId; it is never held while a client is called or a message is sent.
+ * uiQueryId; it is never held while a client is called or a request is sent.
  * docs/threads.md says why that is enough.
  */
 #ifndef KIVO_PBBACKEND_H
@@ -60,13 +60,17 @@ public:
 private:
     typedef std::map<unsigned int, QueryState>::iterator Entry;
 
-    /* Makes the entry of the next query id and takes the id, in one step. */
-    unsigned int openEntry(const boost::shared_ptr<ZEMBRA::Phonebook::AbstractQueryClient>& client);
+    /* Under the table lock: makes the entry of the current query id, arms
+     * its timer, builds its request with `build`, then raises the counter;
+     * returns the request's text. If `build` throws, the entry and its timer
+     * stay and the counter is not raised. traceId: the search's id trace. */
+    std::string openRequest(const boost::shared_ptr<ZEMBRA::Phonebook::AbstractQueryClient>& client, bool traceId,
+                            const std::function<ZEMBRA::Phonebook::Request(unsigned int)>& build);
     /* Removes an entry, handing back what it held. */
     QueryState closeEntry(Entry entry);
-    /* A change request: entry, timer, request text, send. */
+    /* A change request: entry, timer, request with its parameters, send. */
     void changeRequest(const char* function, int requestLine, int createLine,
-                       const std::function<ZEMBRA::Phonebook::RequestParams()>& makeParams);
+                       const std::function<void(ZEMBRA::Phonebook::Request&)>& setParams);
     void deliverContacts(Entry entry, const ZEMBRA::Phonebook::Response& reply);
     void endQuery(Entry entry, const ZEMBRA::Phonebook::Response& reply);
 

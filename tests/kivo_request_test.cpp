@@ -2,6 +2,8 @@
  * Requests on the wire: what each search mode and each change sends, read
  * back from the JSON text that left the module, with the traces of each.
  */
+#include <stdexcept>
+
 #include "kivo_fixture.h"
 
 using namespace ZEMBRA::Phonebook;
@@ -39,6 +41,12 @@ public:
         return Event::toJson();
     }
     mutable int calls = 0;
+};
+
+/* A contact whose JSON conversion fails, as a library's may. */
+class ThrowingContact : public Contact {
+public:
+    Json::Value toJson() const override { throw std::runtime_error("toJson"); }
 };
 
 TEST_F(RequestTest, NumberSearchCarriesItsParameters)
@@ -268,6 +276,23 @@ TEST_F(RequestTest, FailedChangeMessageIsLoggedAtEveryLevel)
     EXPECT_EQ(uiQueryId, 4u) << "the ids are used even though nothing was sent";
     EXPECT_EQ(backend().openCount(), 4u) << "the entries wait for their timers";
     EXPECT_EQ(rec::fireAllTimers(), 4u);
+    EXPECT_EQ(backend().openCount(), 0u);
+}
+
+TEST_F(RequestTest, ThrowingToJsonLeavesTheCounterAndTheEntry)
+{
+    uiQueryId = 7;
+    ThrowingContact broken;
+    EXPECT_THROW(backend().addContact(&broken), std::runtime_error);
+    EXPECT_EQ(uiQueryId, 7u) << "the counter is raised only once the request is built";
+    EXPECT_EQ(backend().openIds(), std::vector<unsigned int>{7}) << "the entry and its timer stay";
+    EXPECT_EQ(rec::pendingTimers(), 1u);
+    EXPECT_TRUE(rec::recorder().ipc.empty());
+    Contact contact;
+    backend().addContact(&contact);
+    EXPECT_EQ(sentJson(0)["queryId"].asUInt(), 7u) << "the next request takes the same id";
+    EXPECT_EQ(uiQueryId, 8u);
+    EXPECT_EQ(rec::fireAllTimers(), 2u);
     EXPECT_EQ(backend().openCount(), 0u);
 }
 

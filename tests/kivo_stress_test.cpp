@@ -39,6 +39,7 @@
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
+#include "platform/standin.h"
 
 using namespace ZEMBRA::Phonebook;
 

@@ -13,8 +13,8 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// A raw message block as a task receives it, built by hand so the header can
-// lie about the length.
+// A raw message block built by hand so the header can lie about the length;
+// get() is the raw message as a task receives it.
 struct Raw {
     std::vector<uint32_t> store;
     Raw(const Bytes& bytes, uint32_t length, uint32_t magic = plt::RAW_MAGIC)
@@ -28,7 +28,7 @@ struct Raw {
             std::memcpy(raw->bytes(), bytes.data(), bytes.size());
     }
     explicit Raw(const Bytes& bytes) : Raw(bytes, static_cast<uint32_t>(bytes.size())) {}
-    void* get() { return store.data(); }
+    void* get() { return plt::rawHandle(reinterpret_cast<plt::RawMsg*>(store.data())); }
 };
 
 Bytes bytesOf(const CManMessage& m)

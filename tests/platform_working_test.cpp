@@ -16,6 +16,7 @@
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
+#include "platform/standin.h"
 #include "process_util.h"
 
 namespace {

@@ -12,6 +12,7 @@
 #include "jsontext.h"
 #include "phonebook/latin1.h"
 #include "platform/log.h"
+#include "platform/standin.h"
 
 using ZEMBRA::Phonebook::Contact;
 using ZEMBRA::Phonebook::Event;

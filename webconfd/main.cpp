@@ -26,6 +26,7 @@
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
+#include "platform/standin.h"
 #include "server.h"
 #include "store.h"
 

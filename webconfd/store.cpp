@@ -15,6 +15,7 @@
 #include "match.h"
 #include "phonebook/latin1.h"
 #include "platform/log.h"
+#include "platform/standin.h"
 
 using ZEMBRA::Phonebook::Contact;
 using ZEMBRA::Phonebook::ContactNumber;

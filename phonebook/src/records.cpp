@@ -480,7 +480,7 @@ Event::Event() : kind(Missed), timestamp(0), duration(0) {}
 Event::Event(const std::string& backend, const std::string& uid, int32_t kind,
              const std::string& number, const std::string& name, int64_t timestamp,
              int32_t duration)
-    : backend(backend), uid(uid), kind(kind), number(number), name(name), timestamp(timestamp),
+    : uid(uid), backend(backend), kind(kind), number(number), name(name), timestamp(timestamp),
       duration(duration)
 {
 }

@@ -10,11 +10,14 @@
 #include <cstdint>
 
 #include "platform/fault.h"
+#include "platform/standin.h"
 
 namespace plt {
 
-/* A received message as handed to a task callback: a header followed by
- * the message bytes (primitive first). */
+/* A received message: a header followed by the message bytes (primitive
+ * first). A task callback gets a pointer to the bytes, as on the firmware,
+ * where the primitive is the first four bytes of the raw message; rawHandle
+ * and rawOf convert between the two. */
 struct RawMsg {
     uint32_t magic;
     uint32_t length;
@@ -29,6 +32,19 @@ constexpr uint32_t RAW_MAGIC = 0x4b4d5347;  /* "KMSG" */
 RawMsg* rawAlloc(const unsigned char* data, std::size_t length);
 /* Releases a raw message made by rawAlloc (clears its magic first). */
 void rawFree(RawMsg* raw);
+
+/* The raw message as a task receives it, and back. */
+inline void* rawHandle(RawMsg* raw)
+{
+    return raw == nullptr ? nullptr : raw->bytes();
+}
+inline RawMsg* rawOf(const void* handle)
+{
+    if (handle == nullptr)
+        return nullptr;
+    return reinterpret_cast<RawMsg*>(const_cast<unsigned char*>(static_cast<const unsigned char*>(handle)) -
+                                     sizeof(RawMsg));
+}
 
 /* Calls that the recording build can make fail. */
 using Fault = PltFault;

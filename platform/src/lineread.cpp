@@ -1,6 +1,7 @@
 /*
  * The debug terminal's word and number readers, the same in both platform
- * builds.
+ * builds. Like the firmware's, GetString knows no buffer size: a caller with
+ * a short buffer must bound the word itself.
  */
 #include <climits>
 #include <cstring>
@@ -12,23 +13,23 @@ static bool isWordEnd(char c)
     return c == '\0' || c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
-int GetStringN(const char* src, char* dst, std::size_t dstSize)
+/* As the firmware's: no size, the whole word is written. */
+int GetString(char* src, char* dst)
 {
     std::size_t n = 0;
     if (src != nullptr) {
         while (!isWordEnd(src[n]))
             n++;
     }
-    if (dst != nullptr && dstSize > 0) {
-        std::size_t copy = n < dstSize - 1 ? n : dstSize - 1;
-        if (copy > 0)
-            std::memcpy(dst, src, copy);
-        dst[copy] = '\0';
+    if (dst != nullptr) {
+        if (n > 0)
+            std::memcpy(dst, src, n);
+        dst[n] = '\0';
     }
     return static_cast<int>(n);
 }
 
-int adn2i(const char* src, int* value)
+int adn2i(char* src, int* value)
 {
     int consumed = 0;
     long long v = 0;

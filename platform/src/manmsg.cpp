@@ -146,7 +146,7 @@ int CManMessage::Assign(void* raw)
     pos_ = PRIM_LEN;
     readError_ = false;
 
-    auto* msg = static_cast<plt::RawMsg*>(raw);
+    auto* msg = plt::rawOf(raw);
     if (msg == nullptr || msg->magic != plt::RAW_MAGIC)
         return MAN_E_FORMAT;
     if (msg->length < PRIM_LEN || msg->length > MAN_MAX_MSG)
@@ -264,7 +264,7 @@ void rawFree(RawMsg* raw)
 
 const char* PLT_MessageSource(const void* raw)
 {
-    const auto* r = static_cast<const plt::RawMsg*>(raw);
+    const auto* r = plt::rawOf(raw);
     if (r == nullptr || r->magic != plt::RAW_MAGIC)
         return "";
     return r->source;

@@ -148,7 +148,7 @@ void reset()
     Guard guard(recLock);
     for (auto& r : raws)
         if (r.second == 0)
-            plt::rawFree(static_cast<plt::RawMsg*>(const_cast<void*>(r.first)));
+            plt::rawFree(plt::rawOf(r.first));
     raws.clear();
     live = 0;
     faults.clear();
@@ -195,7 +195,7 @@ void* RawBuilder::build() const
 void* makeRaw(const std::vector<unsigned char>& bytes)
 {
     Guard guard(recLock);
-    plt::RawMsg* raw = plt::rawAlloc(bytes.data(), bytes.size());
+    void* raw = plt::rawHandle(plt::rawAlloc(bytes.data(), bytes.size()));
     if (raw != nullptr) {
         raws[raw] = 0;
         live++;
@@ -340,27 +340,42 @@ void MAN_ExpPFree(void* raw)
     }
     it->second = 1;
     live--;
-    plt::rawFree(static_cast<plt::RawMsg*>(raw));
+    plt::rawFree(plt::rawOf(raw));
+}
+
+static void recordLog(int level, const char* file, const char* function, int line, const char* format,
+                      va_list args)
+{
+    Guard guard(recLock);
+    rec::recorder().logs.push_back({level, file ? file : "", function ? function : "", line, vformat(format, args)});
+    rec::recorder().calls.push_back((level == 0 ? "log " : "error ") + rec::recorder().logs.back().text);
+}
+
+/* The firmware's char* forms and our const forms record the same. */
+#define REC_LOG_BODY(level)                               \
+    va_list args;                                         \
+    va_start(args, format);                               \
+    recordLog(level, file, function, line, format, args); \
+    va_end(args)
+
+void LOG_ExpInfo(char* file, char* function, int line, const char* format, ...)
+{
+    REC_LOG_BODY(0);
+}
+
+void LOG_ExpError(char* file, char* function, int line, const char* format, ...)
+{
+    REC_LOG_BODY(1);
 }
 
 void LOG_ExpInfo(const char* file, const char* function, int line, const char* format, ...)
 {
-    Guard guard(recLock);
-    va_list args;
-    va_start(args, format);
-    rec::recorder().logs.push_back({0, file ? file : "", function ? function : "", line, vformat(format, args)});
-    va_end(args);
-    rec::recorder().calls.push_back("log " + rec::recorder().logs.back().text);
+    REC_LOG_BODY(0);
 }
 
 void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
 {
-    Guard guard(recLock);
-    va_list args;
-    va_start(args, format);
-    rec::recorder().logs.push_back({1, file ? file : "", function ? function : "", line, vformat(format, args)});
-    va_end(args);
-    rec::recorder().calls.push_back("error " + rec::recorder().logs.back().text);
+    REC_LOG_BODY(1);
 }
 
 int UI_ExpWritef(const char* format, ...)

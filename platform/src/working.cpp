@@ -346,7 +346,7 @@ void deliver(Task& task, RawPtr raw)
                              (static_cast<unsigned int>(b[2]) << 8) | b[3];
     t_delivering = raw.get();
     t_released = false;
-    bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, raw.get());
+    bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, plt::rawHandle(raw.get()));
     if (ok && !t_released)
         PLT_LOG_ERROR("task %s did not release message 0x%08lx", task.name.c_str(),
                       static_cast<unsigned long>(primitive));
@@ -393,7 +393,7 @@ void receiveFrom(Reader& r, Task& task, int limit)
         }
         RawPtr raw = makeRaw(r.buf.data(), len);
         CManMessage check;
-        if (!raw || check.Assign(raw.get()) != MAN_OK) {
+        if (!raw || check.Assign(plt::rawHandle(raw.get())) != MAN_OK) {
             PLT_LOG_ERROR("datagram for %s from %s (%lu bytes) %s, dropped", task.name.c_str(),
                           peerName(from, fromLen).c_str(), static_cast<unsigned long>(len),
                           raw ? "malformed" : "out of memory");
@@ -543,11 +543,11 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
 
 void MAN_ExpPFree(void* raw)
 {
-    if (raw != nullptr && raw == t_delivering && !t_released) {
+    if (raw != nullptr && plt::rawOf(raw) == t_delivering && !t_released) {
         t_released = true;
         return;
     }
-    if (raw != nullptr && raw == t_delivering)
+    if (raw != nullptr && plt::rawOf(raw) == t_delivering)
         PLT_LOG_ERROR("message %p released twice, ignored", raw);
     else
         PLT_LOG_ERROR("message %p is not the message being delivered, ignored", raw);
@@ -736,22 +736,32 @@ void PLT_Shutdown()
 
 /* ---- log and terminal output ---- */
 
+/* The firmware's char* forms and our const forms write the same records. */
+#define PLT_LOG_BODY(level)                          \
+    va_list ap;                                      \
+    va_start(ap, format);                            \
+    std::string text = vformat(format, ap);          \
+    va_end(ap);                                      \
+    emitLog(level, file, function, line, std::move(text))
+
+void LOG_ExpInfo(char* file, char* function, int line, const char* format, ...)
+{
+    PLT_LOG_BODY(PLT_LOG_INFO);
+}
+
+void LOG_ExpError(char* file, char* function, int line, const char* format, ...)
+{
+    PLT_LOG_BODY(PLT_LOG_ERROR);
+}
+
 void LOG_ExpInfo(const char* file, const char* function, int line, const char* format, ...)
 {
-    va_list ap;
-    va_start(ap, format);
-    std::string text = vformat(format, ap);
-    va_end(ap);
-    emitLog(PLT_LOG_INFO, file, function, line, std::move(text));
+    PLT_LOG_BODY(PLT_LOG_INFO);
 }
 
 void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
 {
-    va_list ap;
-    va_start(ap, format);
-    std::string text = vformat(format, ap);
-    va_end(ap);
-    emitLog(PLT_LOG_ERROR, file, function, line, std::move(text));
+    PLT_LOG_BODY(PLT_LOG_ERROR);
 }
 
 int UI_ExpWritef(const char* format, ...)

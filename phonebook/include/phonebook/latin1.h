@@ -1,6 +1,7 @@
 /*
- * Conversion between the firmware's ISO-8859-1 texts and the UTF-8 of JSON
- * on the wire.
+ * Stand-in extra, not part of the phonebook library's interface: conversion
+ * between the firmware's ISO-8859-1 texts and the UTF-8 of JSON on the wire,
+ * for our library, daemon and tests.
  */
 #ifndef PHONEBOOK_LATIN1_H
 #define PHONEBOOK_LATIN1_H

@@ -1,6 +1,8 @@
 /*
- * The phonebook manager: other services search and change the phonebook
- * through it; it routes each call to the registered backend.
+ * The phonebook manager, as the phonebook library declares it: other
+ * services search and change the phonebook through it; it routes each call to
+ * the registered backend. What our stand-in adds is below a "stand-in extras"
+ * line.
  */
 #ifndef PHONEBOOK_MANAGER_H
 #define PHONEBOOK_MANAGER_H
@@ -16,8 +18,9 @@ namespace Phonebook {
 
 class Manager {
 public:
-    /* Where a search looks; passed to the backends' side unread here. */
-    enum SearchMode { SearchLocal = 0, SearchBackends = 1, SearchAll = 2 };
+    /* Where a search looks; passed to the backends' side unread here. The
+     * library gives it no value names we may rely on (see below). */
+    enum SearchMode : int {};
 
     Manager();
     ~Manager();
@@ -29,7 +32,8 @@ public:
 
     /* Hands the search to the backend, whatever its query mode (the backend
      * judges the mode). Without a backend the client is finished at once with
-     * ResultNone. Returns whether a backend took it. */
+     * ResultNone. Returns whether a backend took it (a result of ours; the
+     * library's callers do not read it). */
     bool search(boost::shared_ptr<AbstractQueryClient> client, SearchMode mode);
 
     /* Hand the record to the backend; false when there is none. */
@@ -37,6 +41,11 @@ public:
     bool deleteContact(Contact* contact);
     bool addEvent(Event* event);
     bool deleteEvent(Event* event);
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    static constexpr SearchMode SearchLocal = static_cast<SearchMode>(0);
+    static constexpr SearchMode SearchBackends = static_cast<SearchMode>(1);
+    static constexpr SearchMode SearchAll = static_cast<SearchMode>(2);
 
 private:
     SearchBackendInterface* backend();

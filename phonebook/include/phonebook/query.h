@@ -1,6 +1,8 @@
 /*
  * The two interfaces between the phonebook manager and the rest: the query
- * client (who waits for a search) and the search backend (who runs it).
+ * client (who waits for a search) and the search backend (who runs it), as
+ * the phonebook library declares them. What our stand-in adds is below a
+ * "stand-in extras" line.
  */
 #ifndef PHONEBOOK_QUERY_H
 #define PHONEBOOK_QUERY_H
@@ -38,12 +40,13 @@ struct QueryParameters {
 
 class AbstractQueryClient {
 public:
-    enum CacheInfo { CacheNone = 0, CacheRemote = 1 };
-    enum QueryResult { ResultFound = 0, ResultNone = 1 };
+    /* The library gives these values (CacheInfo 1 with every record a remote
+     * backend delivers; QueryResult 0 found, 1 nothing) but no names we may
+     * rely on; the names below the marked line are ours. */
+    enum CacheInfo : int {};
+    enum QueryResult : int {};
 
     AbstractQueryClient();
-    AbstractQueryClient(const QueryParameters& parameters, const std::string& sourceAddress,
-                        uint32_t requestPrimitive, bool bestMatchOnly);
     virtual ~AbstractQueryClient();
 
     /* The request has ended; nothing more arrives. */
@@ -64,6 +67,15 @@ public:
     std::string sourceAddress;     /* IPC address the request is sent from */
     uint32_t requestPrimitive;     /* primitive of the request message */
     bool bestMatchOnly;            /* deliver only the best contact */
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    static constexpr CacheInfo CacheNone = static_cast<CacheInfo>(0);
+    static constexpr CacheInfo CacheRemote = static_cast<CacheInfo>(1);
+    static constexpr QueryResult ResultFound = static_cast<QueryResult>(0);
+    static constexpr QueryResult ResultNone = static_cast<QueryResult>(1);
+
+    AbstractQueryClient(const QueryParameters& parameters, const std::string& sourceAddress,
+                        uint32_t requestPrimitive, bool bestMatchOnly);
 
     QueryResult result;            /* kept by backendHasFinished */
     bool finished;                 /* backendHasFinished has been called */

@@ -1,7 +1,8 @@
 /*
  * Records of the phonebook library: contacts with their numbers and entries,
- * call-log events and folders. They are value classes; texts inside them are
- * ISO-8859-1 bytes.
+ * call-log events and folders, as the library declares what its users rely
+ * on. They are value classes; texts inside them are ISO-8859-1 bytes. What
+ * our stand-in adds is below "stand-in extras" lines.
  *
  * toJson() gives a record's JSON form with its texts still in ISO-8859-1;
  * the conversion to UTF-8 happens only where JSON leaves or enters the
@@ -21,8 +22,9 @@
 namespace ZEMBRA {
 namespace Phonebook {
 
-/* Common base of everything a reply can carry, so that a reply's items can
- * be held in one list. */
+/* Stand-in extra: the common base of everything a reply can carry, so that
+ * a reply's items can be held in one list. The library's type of the items
+ * has no name its users may rely on. */
 class Record {
 public:
     virtual ~Record();
@@ -32,8 +34,6 @@ public:
 class ContactNumber {
 public:
     ContactNumber();
-    ContactNumber(const std::string& text1, const std::string& number, const std::string& text3,
-                  const std::string& text4, int32_t value1, int32_t value2, int32_t value3);
 
     std::string text1;
     std::string number;   /* the dial string */
@@ -43,6 +43,9 @@ public:
     int32_t value2;
     int32_t value3;
 
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    ContactNumber(const std::string& text1, const std::string& number, const std::string& text3,
+                  const std::string& text4, int32_t value1, int32_t value2, int32_t value3);
     Json::Value toJson() const;
     static ContactNumber fromJson(const Json::Value& json);
     bool operator==(const ContactNumber& other) const;
@@ -61,6 +64,7 @@ public:
     std::string text7;
     int32_t value;
 
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
     Json::Value toJson() const;
     static ContactEntry fromJson(const Json::Value& json);
     bool operator==(const ContactEntry& other) const;
@@ -79,9 +83,6 @@ public:
     ~Contact() override;
 
     Json::Value toJson() const override;
-    /* Builds a contact from its JSON form; missing members or members of the
-     * wrong type leave the member at its default. Never throws. */
-    static Contact fromJson(const Json::Value& json);
 
     std::string getUid() const { return uid; }
     std::string getFirstName() const { return firstName; }
@@ -90,8 +91,6 @@ public:
     /* Fills text3 with the keypad digits of the names (vanityKey of last
      * name and first name) when text3 is empty; writes nothing else. */
     void calcVanity();
-
-    bool operator==(const Contact& other) const;
 
     std::string backend;
     std::string uid;
@@ -110,26 +109,33 @@ public:
     std::string extraText7;
     std::vector<ContactEntry> entries;
     boost::optional<std::string> optionalText;
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    /* Builds a contact from its JSON form; missing members or members of the
+     * wrong type leave the member at its default. Never throws. */
+    static Contact fromJson(const Json::Value& json);
+    bool operator==(const Contact& other) const;
 };
 
-/* One call-log event. */
+/* One call-log event. Its users rely only on its uid and toJson(). */
 class Event : public Record {
 public:
+    ~Event() override;
+    Json::Value toJson() const override;
+    std::string getUid() const { return uid; }
+
+    std::string uid;
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
     enum Kind { Missed = 0, Incoming = 1, Outgoing = 2 };
 
     Event();
     Event(const std::string& backend, const std::string& uid, int32_t kind, const std::string& number,
           const std::string& name, int64_t timestamp, int32_t duration);
-    ~Event() override;
-
-    Json::Value toJson() const override;
     static Event fromJson(const Json::Value& json);
-
-    std::string getUid() const { return uid; }
     bool operator==(const Event& other) const;
 
     std::string backend;
-    std::string uid;
     int32_t kind;        /* Kind */
     std::string number;  /* the remote party's number */
     std::string name;    /* the remote party's name, if known */
@@ -137,9 +143,11 @@ public:
     int32_t duration;    /* seconds */
 };
 
-/* A folder of the phonebook (a group of contacts). */
+/* A folder of the phonebook (a group of contacts). Opaque to its users:
+ * everything in it is the stand-in's. */
 class Folder : public Record {
 public:
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
     Folder();
     Folder(const std::string& backend, const std::string& uid, const std::string& name, int32_t count);
     ~Folder() override;
@@ -154,10 +162,10 @@ public:
     int32_t count;       /* contacts in the folder */
 };
 
-/* Keypad digits of a name for vanity search: letters map to the digit of
- * their key (ITU E.161: abc 2, def 3, ghi 4, jkl 5, mno 6, pqrs 7, tuv 8,
- * wxyz 9), ISO-8859-1 letters to the key of their base letter (ä 2, ö 6,
- * ü 8, ß 7, é 3, ...), digits stay; everything else is dropped. */
+/* Stand-in extra. Keypad digits of a name for vanity search: letters map to
+ * the digit of their key (ITU E.161: abc 2, def 3, ghi 4, jkl 5, mno 6,
+ * pqrs 7, tuv 8, wxyz 9), ISO-8859-1 letters to the key of their base letter
+ * (ä 2, ö 6, ü 8, ß 7, é 3, ...), digits stay; everything else is dropped. */
 std::string vanityKey(const std::string& latin1Name);
 
 }  // namespace Phonebook

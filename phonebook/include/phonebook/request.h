@@ -1,6 +1,8 @@
 /*
  * Requests to and replies from the configuration daemon, and their JSON form
- * on the wire (UTF-8). docs/phonebook-json.md is the schema.
+ * on the wire (UTF-8), as the phonebook library declares them.
+ * docs/phonebook-json.md is the schema. What our stand-in adds is below
+ * "stand-in extras" lines.
  */
 #ifndef PHONEBOOK_REQUEST_H
 #define PHONEBOOK_REQUEST_H
@@ -21,26 +23,33 @@ namespace Phonebook {
 /* Operation and its argument. type: search by ID 0, Number 1, NameAlpha 2,
  * NameVanity 3, Index 4; add contact 5; delete contact 6. */
 struct ContactParams {
-    enum Type { ById = 0, ByNumber = 1, ByNameAlpha = 2, ByNameVanity = 3, ByIndex = 4,
-                Add = 5, Delete = 6 };
     int32_t type = 0;
     Json::Value data;
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    enum Type { ById = 0, ByNumber = 1, ByNameAlpha = 2, ByNameVanity = 3, ByIndex = 4,
+                Add = 5, Delete = 6 };
 };
 
 /* type: search by range 0, add event 2, delete event 3. */
 struct EventParams {
-    enum Type { ByRange = 0, Add = 2, Delete = 3 };
     int32_t type = 0;
     Json::Value data;
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    enum Type { ByRange = 0, Add = 2, Delete = 3 };
 };
 
 /* type: list folders 0. */
 struct FolderParams {
-    enum Type { List = 0 };
     int32_t type = 0;
     Json::Value data;
+
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    enum Type { List = 0 };
 };
 
+/* Stand-in extra: a name for the type of Request::params. */
 typedef boost::variant<boost::blank, ContactParams, EventParams, FolderParams> RequestParams;
 
 class Request {
@@ -57,6 +66,7 @@ public:
     /* The wire form: texts converted to UTF-8. */
     Json::Value toJson() const;
 
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
     /* Reads the wire form (texts back to ISO-8859-1). Returns false and says
      * why in *error when a member is missing or of the wrong type. Never
      * throws. */
@@ -73,12 +83,10 @@ enum ResponseType {
 
 class Response {
 public:
-    Response();
-
     unsigned int queryId;
     int type;                 /* ResponseType; other values can arrive; -1
                                  when unset or unreadable */
-    std::string message;      /* free text of the daemon */
+    std::string message;      /* free text of the daemon (its name is ours) */
     int32_t total;            /* contacts the query yields in all */
     /* Contact items for type Contacts, Event items for Events, Folder items
      * for Folders; empty for every other type. Never a null pointer. */
@@ -91,6 +99,8 @@ public:
      * not an object is skipped. Every record gets `backendId` as its backend. */
     static Response fromJson(const Json::Value& json, const std::string& backendId);
 
+    /* ---- stand-in extras, not part of the phonebook library ---------- */
+    Response();
     /* The wire form, for the daemon. */
     Json::Value toJson() const;
 };

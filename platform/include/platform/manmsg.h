@@ -1,5 +1,6 @@
 /*
- * Messages of the firmware's inter-task and inter-process messaging.
+ * Messages of the firmware's inter-task and inter-process messaging, as the
+ * firmware declares them.
  *
  * A message is a byte string: the 32-bit primitive in the first four bytes,
  * most significant byte first, then the fields in the order they were
@@ -9,34 +10,18 @@
  * its callback for event 0). CManMessage::Assign attaches a reader to it; the
  * task releases the raw message with MAN_ExpPFree when done. Assign does not
  * copy: the reader must not outlive the raw message.
+ *
+ * Result codes, size limit and wire tags of our platform are in
+ * platform/standin.h; they are not the firmware's.
  */
 #ifndef PLATFORM_MANMSG_H
 #define PLATFORM_MANMSG_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "platform/attrs.h"
-
-/* Result codes of the messaging calls (0 is success). */
-enum {
-    MAN_OK = 0,
-    MAN_E_STATE = 1,     /* call not allowed in the message's state */
-    MAN_E_SIZE = 2,      /* size out of range */
-    MAN_E_FORMAT = 3,    /* raw message malformed or truncated */
-    MAN_E_NOTASK = 4,    /* no such task or address */
-    MAN_E_IO = 5,        /* the operating system refused */
-    MAN_E_NOMEM = 6,
-};
-
-/* Largest message (primitive and fields) the platform carries. */
-constexpr std::size_t MAN_MAX_MSG = 65536;
-
-/* Field tags on the wire. */
-constexpr unsigned char MAN_TAG_U32 = 0x01;
-constexpr unsigned char MAN_TAG_STRING = 0x02;
 
 class PLT_API CManMessage {
 public:
@@ -47,31 +32,36 @@ public:
 
     /* Starts a new outgoing message with the given primitive. `flags` is
      * passed through (0 everywhere in this firmware); `size` is the expected
-     * payload size, a reservation hint that must lie in 0..MAN_MAX_MSG. */
+     * payload size, a reservation hint. 0 on success. */
     int Create(unsigned int primitive, unsigned int flags, int size);
 
     /* Attaches the reader to a received raw message after checking that it
-     * is well formed; 0 on success, MAN_E_FORMAT otherwise. */
+     * is well formed; 0 on success. */
     int Assign(void* raw);
 
+    /* Append a field. */
     int addU32(unsigned int value);
     int addString(const std::string& value);
 
     /* Read the next field after the primitive. Reading past the end or a
-     * field of another type yields 0 or "" and sets the read error. */
+     * field of another type yields 0 or "". */
     unsigned int getU32();
     std::string getString();
-    bool readFailed() const { return readError_; }
-
-    /* The message bytes (primitive first) of an assigned or created message. */
-    const unsigned char* data() const { return data_; }
-    std::size_t length() const { return len_; }
 
     /* Releases what Create reserved; the object can be created again. */
     void Delete();
 
     /* Prints the message (primitive and fields) to the debug terminal. */
     void Dump();
+
+    /* ---- stand-in extras, not part of the firmware ---------------------
+     * For our platform's own code, daemon and tests; the module uses none. */
+
+    /* A read failed since Assign (past the end, or a field of another type). */
+    bool readFailed() const { return readError_; }
+    /* The message bytes (primitive first) of an assigned or created message. */
+    const unsigned char* data() const { return data_; }
+    std::size_t length() const { return len_; }
 
 private:
     std::vector<unsigned char> out_;   /* bytes of a created message */

@@ -1,5 +1,5 @@
 /*
- * Task framework of the firmware.
+ * Task framework of the firmware, as the firmware declares it.
  *
  * A task has a name, an index (its slot in TaskIdTbl) and a callback that the
  * platform calls on the task's own thread, one event at a time:
@@ -13,21 +13,15 @@
 
 #include "platform/attrs.h"
 
-typedef void (*MAN_TaskCallback)(int event, unsigned int primitive, void* raw);
-
-constexpr int MAN_MAX_TASKS = 128;
-
-enum { MAN_EVENT_MESSAGE = 0, MAN_EVENT_CONTROL = 1, MAN_EVENT_TASK = 2 };
-enum { MAN_PRIM_START = 1 };
-
 /* Task ids by task index; 0 marks a free slot. */
-extern PLT_API int TaskIdTbl[MAN_MAX_TASKS];
+extern PLT_API int TaskIdTbl[];
 
 /* Creates a task. `idSlot` receives the task's id; when it points into
  * TaskIdTbl, its position there is the task's index, by which SendLocal and
  * TimerLocal address it. `arg` is passed through. The task receives its start
- * event (event 1, primitive 1) first. Result 0 or a MAN_E_ code. */
-PLT_API int MAN_ExpTCreate(const char* name, int* idSlot, int arg, MAN_TaskCallback callback);
+ * event (event 1, primitive 1) first. Result 0 on success. */
+PLT_API int MAN_ExpTCreate(const char* name, int* idSlot, int arg,
+                           void (*callback)(int event, unsigned int primitive, void* raw));
 
 /* Releases a raw message that a task received. */
 PLT_API void MAN_ExpPFree(void* raw);

@@ -17,6 +17,7 @@
 
 #include "platform/dtm.h"
 #include "platform/fault.h"
+#include "platform/standin.h"
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
 
