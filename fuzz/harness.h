@@ -36,6 +36,7 @@ public:
 
     int finishedCalls = 0;
     int delivered = 0;
+    int otherRecords = 0;   /* events and folders */
     /* Called once from the first requestFinished: a client may start new
      * work from inside its callback. */
     void (*onFinished)() = nullptr;

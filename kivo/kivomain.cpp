@@ -479,21 +479,6 @@ static Json::CharReader& replyReader()
     return *reader;
 }
 
-/* Whether a search takes records of this reply type: contact searches take
- * contacts, the event range events, the folder list folders. A search of a
- * mode without a kind takes what comes. */
-static bool acceptsRecords(const AbstractQueryClient& client, int type)
-{
-    const unsigned int mode = static_cast<unsigned int>(client.parameters.mode);
-    if (mode <= 4)
-        return type == ZEMBRA::Phonebook::Contacts;
-    if (mode == 5)
-        return type == ZEMBRA::Phonebook::Events;
-    if (mode == 6)
-        return type == ZEMBRA::Phonebook::Folders;
-    return true;
-}
-
 void PbBackend::Result(const std::string& strResult)
 {
     if (KIVO_TraceInfo()) {
@@ -550,12 +535,6 @@ void PbBackend::Result(const std::string& strResult)
             /* A change request has nobody to hand records to. */
             if (KIVO_TraceInfo())
                 UI_ExpWritef("%s:%d records for change request %u dropped\n", "Result", 560, reply.queryId);
-        } else if (!acceptsRecords(*entry->second.client, reply.type)) {
-            /* Counting them would end a best-match search with an empty
-             * work contact. */
-            if (KIVO_TraceInfo())
-                UI_ExpWritef("%s:%d records of type %d for query %u dropped\n", "Result", 565, reply.type,
-                             reply.queryId);
         } else if (reply.type == ZEMBRA::Phonebook::Contacts)
             deliverContacts(entry, reply);
         else {

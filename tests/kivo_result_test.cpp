@@ -119,18 +119,22 @@ TEST_F(ResultTest, BestMatchWithTotalZeroOrOneDeliversEveryTime)
     }
 }
 
-TEST_F(ResultTest, RecordsOfAnotherKindAreNotTheSearchs)
+TEST_F(ResultTest, RecordsAreDeliveredByTheirTypeWhateverTheSearch)
 {
     boost::shared_ptr<FakeClient> client = search(Number, Json::Value("0711"), true);
     Json::Value events(Json::arrayValue);
     events.append(Json::Value(Json::objectValue));
     reply(0, Events, 0, events);
     reply(0, Folders, 0, events);
-    EXPECT_TRUE(client->events.empty());
-    EXPECT_TRUE(client->folders.empty());
+    EXPECT_EQ(client->events.size(), 1u);
+    EXPECT_EQ(client->folders.size(), 1u);
+    PbBackend::QueryState state;
+    ASSERT_TRUE(backend().lookup(0, &state));
+    EXPECT_EQ(state.resultCount, 2);
     reply(0, Contacts, 3);
-    EXPECT_TRUE(client->contacts.empty()) << "no empty work contact is handed over";
-    EXPECT_EQ(client->result, AbstractQueryClient::ResultNone);
+    ASSERT_EQ(client->contacts.size(), 1u) << "counted records below total: the work contact is handed over";
+    EXPECT_TRUE(client->contacts[0].contact.uid.empty());
+    EXPECT_EQ(client->result, AbstractQueryClient::ResultFound);
 }
 
 TEST_F(ResultTest, BestMatchWithoutAnyContactDeliversNothing)
