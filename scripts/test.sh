@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests: the normal build and its ctest
-# suite, then the reliability stages (docs/reliability.md): the suite under
-# AddressSanitizer + UBSan and under ThreadSanitizer, the fuzzers for a
-# minute each, and the 32-bit ARM build with its tests under qemu-arm.
+# Builds everything and runs all tests: the normal build, the check that
+# the module compiles against the firmware's declared interfaces
+# (scripts/ci-declared.sh), the ctest suite, then the reliability stages
+# (docs/reliability.md): the suite under AddressSanitizer + UBSan and under
+# ThreadSanitizer, the fuzzers for a minute each, and the 32-bit ARM build
+# with its tests under qemu-arm.
 #
 #   bash scripts/test.sh            everything (what CI runs)
-#   bash scripts/test.sh --quick    the normal build and suite only
-#                                   (or KIVO_QUICK=1)
+#   bash scripts/test.sh --quick    the normal build, the declared-interface
+#                                   check and the suite only (or KIVO_QUICK=1)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,6 +21,8 @@ for arg in "$@"; do
 done
 
 bash scripts/build.sh
+echo "==== declared"
+bash scripts/ci-declared.sh
 ctest --test-dir "${BUILD_DIR:-build}" --output-on-failure -j "$(nproc)"
 [ "$quick" = 1 ] && exit 0
 
