@@ -37,8 +37,9 @@ const char kUsage[] =
     "End of input ends the host once the tasks have handled what is queued.\n"
     "\n"
     "options:\n"
-    "  --module PATH        the module to load (default: libkivo.so beside this\n"
-    "                       program's lib directory)\n"
+    "  --module PATH        the module to load (default: libkivo.so in the lib\n"
+    "                       directory beside this program's, else the installed\n"
+    "                       " KIVO_MODULE_SONAME " on the library path)\n"
     "  --ipc-dir DIR        runtime directory of the IPC sockets (default:\n"
     "                       $XDG_RUNTIME_DIR/kivo-ipc or /tmp/kivo-ipc-<uid>)\n"
     "  --timer-unit-us N    length of one timer unit in microseconds (default\n"
@@ -80,7 +81,10 @@ std::string defaultModulePath(const char* argv0)
     }
     std::size_t slash = dir.rfind('/');
     dir = slash == std::string::npos ? "." : dir.substr(0, slash);
-    return dir + "/../lib/libkivo.so";
+    const std::string beside = dir + "/../lib/libkivo.so";
+    /* Installed, the module lies in the multiarch library directory: the
+     * loader finds it by its SONAME along the host's RUNPATH. */
+    return access(beside.c_str(), F_OK) == 0 ? beside : KIVO_MODULE_SONAME;
 }
 
 bool parseUnsigned(const char* text, unsigned long* out)

@@ -17,6 +17,7 @@ for group in "$@"; do
     fuzz) packages+=(clang libclang-rt-dev llvm) ;;
     arm) packages+=(g++-arm-linux-gnueabihf qemu-user googletest) ;;
     mutants) packages+=(python3) ;;
+    package) packages+=(lintian) ;;   # dpkg-deb comes with dpkg
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
