@@ -3,8 +3,9 @@
 # the module compiles against the firmware's declared interfaces
 # (scripts/ci-declared.sh), the ctest suite, then the reliability stages
 # (docs/reliability.md): the suite under AddressSanitizer + UBSan and under
-# ThreadSanitizer, the fuzzers for a minute each, and the 32-bit ARM build
-# with its tests under qemu-arm.
+# ThreadSanitizer, the fuzzers for a minute each, the install with its
+# consumer test and the amd64 packages, and the 32-bit ARM build with its
+# tests and the main job under qemu-arm and the armhf packages.
 #
 #   bash scripts/test.sh            everything (what CI runs)
 #   bash scripts/test.sh --quick    the normal build, the declared-interface
@@ -35,14 +36,15 @@ stage() {
   shift
   echo "==== $name"
   "$@" || rc=$?
-  summary+=("$(printf '%-6s %5d s  %s' "$name" $((SECONDS - start)) "$([ $rc -eq 0 ] && echo ok || echo "FAILED ($rc)")")")
+  summary+=("$(printf '%-7s %5d s  %s' "$name" $((SECONDS - start)) "$([ $rc -eq 0 ] && echo ok || echo "FAILED ($rc)")")")
   [ $rc -eq 0 ] || failed=1
 }
 stage asan bash scripts/ci-sanitize.sh asan
 stage tsan bash scripts/ci-sanitize.sh tsan
 stage fuzz bash scripts/ci-fuzz.sh
+stage package bash scripts/ci-package.sh
 stage arm bash scripts/ci-arm.sh
 
-echo "==== reliability stages (total since start: $SECONDS s)"
+echo "==== stages (total since start: $SECONDS s)"
 printf '%s\n' "${summary[@]}"
 exit $failed
