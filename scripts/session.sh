@@ -58,6 +58,8 @@ more() { [ "$(count "$1")" -gt "$2" ]; }
 daemon_pid=$!
 await "$daemon_pid" "webconfd start" test -S "$dir/ipc/webconfd@Local"
 
+# A host that has ended must fail the session, not kill it by SIGPIPE.
+trap '' PIPE
 mkfifo "$dir/in"
 "${runner[@]}" "$host" --ipc-dir "$dir/ipc" --enter kivo <"$dir/in" >"$dir/host.out" 2>"$dir/host.err" &
 host_pid=$!
@@ -72,7 +74,7 @@ for line; do
     *) marker=" finished" ;;
   esac
   before=$(count "$marker")
-  echo "$line" >&3
+  echo "$line" >&3 2>/dev/null || fail "\"$line\": kivo-host reads no more input"
   await "$host_pid" "\"$line\"" more "$marker" "$before"
 done
 
