@@ -33,5 +33,6 @@ module=$(find "$build/lib" -name 'libkivo.so.*.*' | head -1)
 arch=$(dpkg-deb -f "${debs[0]}" Architecture)
 echo "$arch libkivo.so stripped: $(stat -c %s "$build/libkivo.stripped.so") bytes"
 for deb in "${debs[@]}"; do
-  echo "$arch $(dpkg-deb -f "$deb" Package): $(stat -c %s "$deb") bytes, installed $(dpkg-deb -f "$deb" Installed-Size) KiB"
+  files=$(dpkg-deb --contents "$deb" | awk '{ n += $3 } END { print n }')
+  echo "$arch $(dpkg-deb -f "$deb" Package): $(stat -c %s "$deb") bytes, files $files bytes"
 done
