@@ -79,6 +79,6 @@ echo
 echo "== size"
 stripped=$(mktemp)
 strip -o "$stripped" "$BUILD_DIR/lib/libkivo.so"
-echo "libkivo.so x86-64, stripped: $(stat -c %s "$stripped") bytes (unstripped $(stat -c %s "$BUILD_DIR/lib/libkivo.so"))"
+echo "libkivo.so x86-64, stripped: $(stat -c %s "$stripped") bytes (unstripped $(stat -L -c %s "$BUILD_DIR/lib/libkivo.so"))"
 rm -f "$stripped"
-echo "libkivo.so ARM: see docs/reliability.md"
+echo "libkivo.so ARM and the packages: see docs/performance.md, \"Size\""
