@@ -24,7 +24,7 @@ limit=$((${KIVO_SESSION_WAIT:-60} * 10))
 dir=$(mktemp -d "${TMPDIR:-/tmp}/kivo-session.XXXXXX")
 daemon_pid="" host_pid=""
 cleanup() {
-  exec 3>&- 2>/dev/null || true
+  exec 3>&-
   for pid in $host_pid $daemon_pid; do
     kill -TERM "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true
   done
