@@ -31,6 +31,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# Libraries of the sysroot that others need (libedit's libbsd and libtinfo)
+# are found at link time here.
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-Wl,-rpath-link,${KIVO_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf -Wl,-rpath-link,${KIVO_ARM_SYSROOT}/lib/arm-linux-gnueabihf")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
+
 # pkg-config must see the armhf .pc files only, with their paths in the sysroot.
 set(ENV{PKG_CONFIG_LIBDIR} "${KIVO_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${KIVO_ARM_SYSROOT}")

@@ -141,7 +141,7 @@ link libkivo.so, the CMake package libkivo (target libkivo::kivo) and
 the pkg-config file libkivo.pc.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION misc)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${kivo_runtime}, libsqlite3-0, libkivo0 (= ${kivo_version})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${kivo_runtime}, libsqlite3-0, libedit2, libkivo0 (= ${kivo_version})")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "host and configuration daemon to run the libkivo module
 kivo-host loads libkivo.so and runs its test console; webconfd answers
 the module's requests from a SQLite phonebook with a sample phonebook.

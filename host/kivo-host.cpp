@@ -18,6 +18,7 @@
 #include <string>
 #include <thread>
 
+#include "lineinput.h"
 #include "phonebook/latin1.h"
 #include "platform/dtm.h"
 #include "platform/log.h"
@@ -35,6 +36,9 @@ const char kUsage[] =
     "every line goes to the console until it returns (\"q\"). Lines beginning\n"
     "with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\" ends the host.\n"
     "End of input ends the host once the tasks have handled what is queued.\n"
+    "At a terminal the arrow keys edit the line and recall earlier lines; the\n"
+    "history is kept in $XDG_STATE_HOME/kivo/host-history (default\n"
+    "~/.local/state/kivo/host-history).\n"
     "\n"
     "options:\n"
     "  --module PATH        the module to load (default: libkivo.so in the lib\n"
@@ -187,14 +191,15 @@ int main(int argc, char** argv)
         }
     }
 
+    LineInput input(interactive && isatty(STDOUT_FILENO));
     std::string line;
     for (;;) {
+        std::string prompt;
         if (interactive) {
             const std::string console = PLT_CurrentConsole();
-            std::fputs((console.empty() ? std::string("> ") : console + "> ").c_str(), stdout);
-            std::fflush(stdout);
+            prompt = console.empty() ? std::string("> ") : console + "> ";
         }
-        if (!std::getline(std::cin, line))
+        if (!input.read(prompt, &line))
             break;
         if (!line.empty() && line.back() == '\r')
             line.pop_back();

@@ -1,17 +1,19 @@
 #!/usr/bin/env bash
 # Makes the armhf sysroot of the cross build: what Debian's cross compiler
-# lacks for this project. jsoncpp and SQLite (the daemon's) come from
-# Debian's armhf packages, unpacked (not installed); GoogleTest is built
-# from Debian's source package with the cross compiler; Boost is
-# header-only here, so its headers are linked in. Does nothing when the
-# sysroot is complete.
+# lacks for this project. jsoncpp, SQLite (the daemon's) and libedit (the
+# host's) come from Debian's armhf packages, unpacked (not installed);
+# GoogleTest is built from Debian's source package with the cross compiler;
+# Boost is header-only here, so its headers are linked in. Does nothing when
+# the sysroot is complete.
 #
 #   bash scripts/arm-sysroot.sh [DIR]      (default build-arm/sysroot)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 sysroot=$(realpath -m "${1:-build-arm/sysroot}")
-debs=(libjsoncpp-dev:armhf libjsoncpp25:armhf libsqlite3-dev:armhf libsqlite3-0:armhf)
+# libedit (the host's line editing) with the libraries it is linked against.
+debs=(libjsoncpp-dev:armhf libjsoncpp25:armhf libsqlite3-dev:armhf libsqlite3-0:armhf
+      libedit-dev:armhf libedit2:armhf libbsd0:armhf libmd0:armhf libtinfo6:armhf)
 stamp=$sysroot/.complete
 # The stamp names what went in and the toolchain it was built with, so a
 # change of either makes the sysroot anew.

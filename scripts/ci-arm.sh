@@ -29,9 +29,10 @@ trap 'rm -rf "$work"' EXIT
 cmake --install build-arm --prefix "$work/arm" --component module >/dev/null
 cmake --install build-arm --prefix "$work/arm" --component tools >/dev/null
 # Under qemu-arm the guest's loader finds libc in the cross packages and
-# jsoncpp and SQLite in the sysroot; the module and the stand-ins it finds
-# by the programs' RUNPATH, as on the target.
-KIVO_RUNNER="qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=$sysroot/usr/lib/arm-linux-gnueabihf" \
+# jsoncpp, SQLite and libedit with its libraries (libtinfo in lib/) in the
+# sysroot; the module and the stand-ins it finds by the programs' RUNPATH,
+# as on the target.
+KIVO_RUNNER="qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=$sysroot/usr/lib/arm-linux-gnueabihf:$sysroot/lib/arm-linux-gnueabihf" \
   KIVO_SESSION_WAIT=120 bash scripts/session.sh "$work/arm/bin/webconfd" "$work/arm/bin/kivo-host" >"$work/arm.out"
 bash scripts/session.sh "$BUILD_DIR/bin/webconfd" "$BUILD_DIR/bin/kivo-host" >"$work/x86-64.out"
 

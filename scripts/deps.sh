@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libjsoncpp-dev libboost-dev libsqlite3-dev
+  libedit-dev
   libgtest-dev libgmock-dev
   libbenchmark-dev
 )
