@@ -188,6 +188,20 @@ TEST_F(WebconfdE2E, SearchEndsByItsTimerWhenNoDaemonRunsOrItIsSilent)
     EXPECT_NE(output.find("Timeout:676 query 1 finished by timer\n"), npos) << output;
 }
 
+/* Query ids start at 0 in every host: a reply meant for a host that has
+ * ended must not answer the search of the next one. */
+TEST_F(WebconfdE2E, ReplyToAnEndedHostDoesNotReachTheNextOne)
+{
+    startDaemon({"--fault-delay-ms", "1500", "--verbose"});
+    startHost();
+    host->send("name W");
+    ASSERT_TRUE(daemon->waitErr("query 0 from kivo@Local")) << daemon->err();
+    EXPECT_EQ(host->finish(), 0) << "it ends long before the delayed replies";
+    startHost();
+    EXPECT_EQ(search("id 7").find(row(0, "Fischer", "J\xF6rg", "7")), std::string(kHeader).size());
+    EXPECT_EQ(countOf(host->out(), "Wagner"), 0u) << host->out();
+}
+
 /* ---- the daemon on its own ------------------------------------------------- */
 
 TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)

@@ -174,7 +174,10 @@ TEST_F(Working, TimerAndIpcDeliverTheBytesAndTheSender)
     ASSERT_TRUE(g_inbox[1].waitFor(2));
     EXPECT_EQ(g_inbox[1].snapshot()[1].primitive, 0x00830002u);
     EXPECT_EQ(g_inbox[1].snapshot()[1].bytes, sent);
-    EXPECT_EQ(g_inbox[1].snapshot()[1].source, "A@Local") << "a server answers the sender";
+    const std::string source = g_inbox[1].snapshot()[1].source;
+    EXPECT_EQ(source.substr(0, 8), "A@Local.") << "a server answers the sender's own instance";
+    ASSERT_EQ(cManIO.SendIpc(m, "B@Local", source.c_str()), MAN_OK);
+    ASSERT_TRUE(g_inbox[0].waitFor(2));
 
     ASSERT_EQ(cManIO.TimerLocal(m, 11, 5), MAN_OK);
     EXPECT_EQ(cManIO.TimerLocal(m, 12, 1), MAN_E_NOTASK);
@@ -199,11 +202,11 @@ TEST_F(Working, DatagramLeavesFromTheSourceOrTheFirstTask)
     std::string from;
     ASSERT_EQ(cManIO.SendIpc(message(5), "B@Local", "peer@Local"), MAN_OK);
     EXPECT_EQ(peer.receive(&from), std::string("\0\0\0\5", 4));
-    EXPECT_EQ(from, ipc + "/B@Local");
+    EXPECT_EQ(from.substr(0, ipc.size() + 9), ipc + "/B@Local.");
     for (const char* unknownSource : {"other@Local", static_cast<const char*>(nullptr)}) {
         ASSERT_EQ(cManIO.SendIpc(msg, unknownSource, "peer@Local"), MAN_OK);
         peer.receive(&from);
-        EXPECT_EQ(from, ipc + "/A@Local");
+        EXPECT_EQ(from.substr(0, ipc.size() + 9), ipc + "/A@Local.");
     }
 }
 

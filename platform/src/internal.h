@@ -21,7 +21,7 @@ namespace plt {
 struct RawMsg {
     uint32_t magic;
     uint32_t length;
-    char source[40];   /* sender's IPC address, "" when not from IPC */
+    char source[64];   /* sender's IPC address, "" when not from IPC */
     unsigned char* bytes() { return reinterpret_cast<unsigned char*>(this + 1); }
 };
 

@@ -11,11 +11,19 @@
  * registering the sockets with asio (which would make them non-blocking).
  * Work for the reader thread (Drain markers) goes through its io_context,
  * which the reader polls when its eventfd is signalled.
+ *
+ * Addressing: each task binds a socket path of its own instance,
+ * "<name>@Local.<12 hex digits>", and points the name "<name>@Local" at it
+ * with a symbolic link. Senders reach the live task through the name; replies
+ * go to the instance path the datagram came from, which dies with its
+ * process, so a reply meant for an earlier process never reaches a later one
+ * that took the same name.
  */
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <dirent.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -29,6 +37,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -62,6 +71,9 @@ namespace {
 
 constexpr const char* ADDRESS_SUFFIX = "@Local";
 constexpr std::size_t MAX_NAME = 31;
+constexpr std::size_t NONCE_DIGITS = 12;  /* hex digits that tell instances apart */
+/* Longest socket file name: name, "@Local", '.', the instance's digits. */
+constexpr std::size_t MAX_FILE = MAX_NAME + 6 + 1 + NONCE_DIGITS;
 constexpr int BURST = 64;  /* datagrams taken from one socket per wake-up */
 
 using RawPtr = std::unique_ptr<plt::RawMsg, void (*)(plt::RawMsg*)>;
@@ -80,7 +92,8 @@ struct Socket {
 
 struct Task {
     std::string name;
-    std::string path;
+    std::string path;      /* the instance's socket */
+    std::string namePath;  /* the link "<dir>/<name>@Local" to it */
     int index = -1;
     MAN_TaskCallback callback = nullptr;
     std::shared_ptr<Socket> sock;
@@ -212,6 +225,20 @@ bool validAddress(const char* address)
     return validName(a.substr(0, a.size() - suffix).c_str());
 }
 
+/* "name@Local.<12 hex digits>": the address of one task instance. */
+bool validInstance(const char* address)
+{
+    if (address == nullptr)
+        return false;
+    std::string a(address);
+    if (a.size() <= NONCE_DIGITS + 1 || a[a.size() - NONCE_DIGITS - 1] != '.')
+        return false;
+    const std::string digits = a.substr(a.size() - NONCE_DIGITS);
+    if (digits.find_first_not_of("0123456789abcdef") != std::string::npos)
+        return false;
+    return validAddress(a.substr(0, a.size() - NONCE_DIGITS - 1).c_str());
+}
+
 bool makeSockaddr(const std::string& path, sockaddr_un& sa)
 {
     std::memset(&sa, 0, sizeof sa);
@@ -246,7 +273,7 @@ void senderAddress(const sockaddr_un& sa, socklen_t len, char* out, std::size_t 
     if (path.compare(0, dir.size(), dir) != 0)
         return;
     const std::string name = path.substr(dir.size());
-    if (validAddress(name.c_str()) && name.size() < size)
+    if ((validAddress(name.c_str()) || validInstance(name.c_str())) && name.size() < size)
         std::memcpy(out, name.c_str(), name.size() + 1);
 }
 
@@ -254,9 +281,9 @@ int setIpcDirLocked(const std::string& dir)
 {
     if (!g_tasks.empty())
         return MAN_E_STATE;
-    /* Longest socket path: dir "/" name "@Local" must fit sun_path. */
-    if (dir.empty() || dir.size() + 1 + MAX_NAME + std::strlen(ADDRESS_SUFFIX) >=
-                           sizeof(sockaddr_un{}.sun_path))
+    /* Longest socket path: dir "/" and the longest instance file name
+     * must fit sun_path. */
+    if (dir.empty() || dir.size() + 1 + MAX_FILE >= sizeof(sockaddr_un{}.sun_path))
         return MAN_E_SIZE;
     bool created = false;
     for (std::size_t pos = 1; pos <= dir.size(); pos++) {
@@ -284,41 +311,115 @@ int setIpcDirLocked(const std::string& dir)
     return MAN_OK;
 }
 
-/* Opens the task's socket at `path`, removing a stale socket file that no
- * process listens on; a live one belongs to someone else and is left alone. */
-int openSocket(const std::string& path, int& fdOut)
+/* Whether a process has a socket bound at `path` (following a link). */
+bool liveSocket(const std::string& path)
 {
     sockaddr_un sa;
     if (!makeSockaddr(path, sa))
-        return MAN_E_SIZE;
-    struct stat st;
-    if (::lstat(path.c_str(), &st) == 0) {
-        if (!S_ISSOCK(st.st_mode)) {
-            PLT_LOG_ERROR("%s exists and is not a socket", path.c_str());
-            return MAN_E_IO;
-        }
-        int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        bool live = probe >= 0 &&
-                    ::connect(probe, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0;
-        if (probe >= 0)
-            ::close(probe);
-        if (live) {
-            PLT_LOG_ERROR("%s is in use by another process", path.c_str());
-            return MAN_E_IO;
-        }
-        ::unlink(path.c_str());
+        return false;
+    int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    bool live = probe >= 0 && ::connect(probe, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0;
+    if (probe >= 0)
+        ::close(probe);
+    return live;
+}
+
+/* Removes the socket files of earlier instances of `name` whose process
+ * has gone (killed, say), so that they do not pile up. */
+void removeDeadInstances(const std::string& dir, const std::string& name)
+{
+    DIR* d = ::opendir(dir.c_str());
+    if (d == nullptr)
+        return;
+    const std::string prefix = name + ADDRESS_SUFFIX + ".";
+    while (dirent* e = ::readdir(d)) {
+        const std::string file = e->d_name;
+        if (file.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        const std::string path = dir + "/" + file;
+        struct stat st;
+        if (::lstat(path.c_str(), &st) == 0 && (S_ISLNK(st.st_mode) || (S_ISSOCK(st.st_mode) && !liveSocket(path))))
+            ::unlink(path.c_str());
     }
+    ::closedir(d);
+}
+
+std::string nonce()
+{
+    static std::mutex mu;
+    static std::mt19937_64 gen{(static_cast<uint64_t>(std::random_device{}()) << 32) ^ std::random_device{}() ^
+                               static_cast<uint64_t>(::getpid())};
+    std::lock_guard<std::mutex> lock(mu);
+    char text[NONCE_DIGITS + 1];
+    std::snprintf(text, sizeof text, "%012llx",
+                  static_cast<unsigned long long>(gen() & ((1ULL << (4 * NONCE_DIGITS)) - 1)));
+    return text;
+}
+
+/* Binds the task's socket at a path of its own instance and points the
+ * task's name at it. A name that a live process serves is left alone. */
+int openSocket(Task& task, int& fdOut)
+{
+    struct stat st;
+    if (::lstat(task.namePath.c_str(), &st) == 0) {
+        if (!S_ISSOCK(st.st_mode) && !S_ISLNK(st.st_mode)) {
+            PLT_LOG_ERROR("%s exists and is not a socket", task.namePath.c_str());
+            return MAN_E_IO;
+        }
+        if (liveSocket(task.namePath)) {
+            PLT_LOG_ERROR("%s is in use by another process", task.namePath.c_str());
+            return MAN_E_IO;
+        }
+    }
+    removeDeadInstances(g_ipcDir, task.name);
     int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
-        PLT_LOG_ERROR("cannot bind %s: %s", path.c_str(), std::strerror(errno));
-        if (fd >= 0)
+    if (fd < 0) {
+        PLT_LOG_ERROR("cannot open a socket for %s: %s", task.name.c_str(), std::strerror(errno));
+        return MAN_E_IO;
+    }
+    std::string file;
+    bool bound = false;
+    for (int attempt = 0; attempt < 8 && !bound; attempt++) {
+        file = task.name + ADDRESS_SUFFIX + "." + nonce();
+        task.path = g_ipcDir + "/" + file;
+        sockaddr_un sa;
+        if (!makeSockaddr(task.path, sa)) {
             ::close(fd);
+            return MAN_E_SIZE;
+        }
+        bound = ::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0;
+        if (!bound && errno != EADDRINUSE)
+            break;
+    }
+    if (!bound) {
+        PLT_LOG_ERROR("cannot bind %s: %s", task.path.c_str(), std::strerror(errno));
+        ::close(fd);
+        return MAN_E_IO;
+    }
+    /* The name changes over to the new instance in one step. */
+    const std::string link = task.path + "~";
+    if (::symlink(file.c_str(), link.c_str()) != 0 || ::rename(link.c_str(), task.namePath.c_str()) != 0) {
+        PLT_LOG_ERROR("cannot point %s at its task: %s", task.namePath.c_str(), std::strerror(errno));
+        ::unlink(link.c_str());
+        ::unlink(task.path.c_str());
+        ::close(fd);
         return MAN_E_IO;
     }
     timeval tv{1, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
     fdOut = fd;
     return MAN_OK;
+}
+
+/* Removes the task's socket, and its name when that still leads to it. */
+void removeSocketFiles(const Task& task)
+{
+    char target[256];
+    const ssize_t n = ::readlink(task.namePath.c_str(), target, sizeof target - 1);
+    const std::size_t slash = task.path.rfind('/');
+    if (n > 0 && task.path.compare(slash + 1, std::string::npos, target, static_cast<std::size_t>(n)) == 0)
+        ::unlink(task.namePath.c_str());
+    ::unlink(task.path.c_str());
 }
 
 bool runCallback(Task& task, int event, unsigned int primitive, void* raw)
@@ -500,11 +601,11 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
 
     auto task = std::make_shared<Task>();
     task->name = name;
-    task->path = g_ipcDir + "/" + name + ADDRESS_SUFFIX;
+    task->namePath = g_ipcDir + "/" + name + ADDRESS_SUFFIX;
     task->index = index;
     task->callback = callback;
     int fd = -1;
-    if (int rc = openSocket(task->path, fd))
+    if (int rc = openSocket(*task, fd))
         return rc;
     task->sock = std::make_shared<Socket>(fd);
 
@@ -513,7 +614,7 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
     ev.data.ptr = task.get();
     if (::epoll_ctl(g_reader->ep, EPOLL_CTL_ADD, fd, &ev) != 0) {
         PLT_LOG_ERROR("cannot watch %s: %s", task->path.c_str(), std::strerror(errno));
-        ::unlink(task->path.c_str());
+        removeSocketFiles(*task);
         return MAN_E_IO;
     }
     *idSlot = index >= 0 ? 0x1000 + index : g_nextFreeId++;
@@ -531,7 +632,7 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
     } catch (const std::system_error& e) {
         PLT_LOG_ERROR("cannot start task %s: %s", name, e.what());
         ::epoll_ctl(g_reader->ep, EPOLL_CTL_DEL, fd, nullptr);
-        ::unlink(task->path.c_str());
+        removeSocketFiles(*task);
         g_tasks.pop_back();
         if (index >= 0)
             g_byIndex[index].reset();
@@ -559,7 +660,7 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
 {
     if (!hasBytes(msg))
         return MAN_E_STATE;
-    if (!validAddress(destination)) {
+    if (!validAddress(destination) && !validInstance(destination)) {
         PLT_LOG_ERROR("invalid IPC address %s", destination ? destination : "(null)");
         return MAN_E_NOTASK;
     }
@@ -724,7 +825,7 @@ void PLT_Shutdown()
         t->io.stop();
         if (t->thread.joinable())
             t->thread.join();
-        ::unlink(t->path.c_str());
+        removeSocketFiles(*t);
     }
     /* Destroying the io_contexts frees the messages and timers still queued. */
     tasks.clear();

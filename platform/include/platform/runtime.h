@@ -19,9 +19,11 @@ PLT_API std::string PLT_IpcDir();
  * /tmp/kivo-ipc-<uid> when that is not set. */
 PLT_API std::string PLT_DefaultIpcDir();
 
-/* The IPC address ("name@Local") a received message was sent from, so
- * that a server can answer it; "" for local and timer messages and for
- * senders outside the IPC directory. Valid while the raw message is. */
+/* The IPC address a received message was sent from, so that a server can
+ * answer it: the sending task's instance ("name@Local.<nonce>"), or
+ * "name@Local" for a peer bound at its name; "" for local and timer
+ * messages and for senders outside the IPC directory. Valid while the raw
+ * message is. */
 PLT_API const char* PLT_MessageSource(const void* raw);
 
 /* Length of one TimerLocal unit in microseconds (default 1000). */
