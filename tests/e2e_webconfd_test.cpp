@@ -202,6 +202,22 @@ TEST_F(WebconfdE2E, ReplyToAnEndedHostDoesNotReachTheNextOne)
     EXPECT_EQ(countOf(host->out(), "Wagner"), 0u) << host->out();
 }
 
+/* Short of file descriptors, the host refuses to start or works; it never
+ * aborts. Each limit stops it at another step of its start or search. */
+TEST_F(WebconfdE2E, HostUnderAFileDescriptorLimitFailsCleanlyOrWorks)
+{
+    for (int limit = 5; limit <= 16; limit++) {
+        const std::string command = "ulimit -n " + std::to_string(limit) + " && exec " + KIVO_HOST + " --ipc-dir " +
+                                    ipc + " --timer-unit-us 10 --enter kivo";
+        Program p({"/bin/sh", "-c", command});
+        p.send("name W");
+        p.send("!sleep 200");
+        const int code = p.finish();
+        EXPECT_TRUE(code == 0 || code == 3 || code == 4) << "limit " << limit << ": " << code << "\n" << p.err();
+        EXPECT_EQ(p.err().find("terminate called"), npos) << "limit " << limit << ": " << p.err();
+    }
+}
+
 /* ---- the daemon on its own ------------------------------------------------- */
 
 TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)

@@ -565,17 +565,30 @@ bool hasBytes(const CManMessage& msg)
     return msg.data() != nullptr && msg.length() >= 4;
 }
 
+/* Nothing thrown on a task thread may end the process: a handler that
+ * throws (out of memory, say) is logged and the loop goes on. */
 void taskMain(Task* task)
 {
     t_task = task;
-    task->io.run();
+    for (;;) {
+        try {
+            task->io.run();
+            return;
+        } catch (const std::exception& e) {
+            PLT_LOG_ERROR("task %s: %s", task->name.c_str(), e.what());
+        } catch (...) {
+            PLT_LOG_ERROR("task %s: unknown exception", task->name.c_str());
+        }
+    }
 }
 
 }  // namespace
 
 /* ---- tasks ---- */
 
-int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback callback)
+namespace {
+
+int createTask(const char* name, int* idSlot, MAN_TaskCallback callback)
 {
     if (int fault = plt::faultFor(plt::Fault::TaskCreate))
         return fault;
@@ -600,6 +613,15 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
         return rc;
 
     auto task = std::make_shared<Task>();
+    /* The timers' reactor (an epoll instance, an eventfd and a timerfd) is
+     * made now, not on the first TimerLocal on the task's thread, where a
+     * failure could not be reported. */
+    try {
+        asio::steady_timer warm(task->io);
+    } catch (const std::system_error& e) {
+        PLT_LOG_ERROR("cannot create task %s: no timers: %s", name, e.what());
+        return MAN_E_IO;
+    }
     task->name = name;
     task->namePath = g_ipcDir + "/" + name + ADDRESS_SUFFIX;
     task->index = index;
@@ -640,6 +662,23 @@ int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback 
         return MAN_E_NOMEM;
     }
     return MAN_OK;
+}
+
+}  // namespace
+
+/* Whatever a task needs is acquired here, where a failure is a result code;
+ * nothing thrown leaves. */
+int MAN_ExpTCreate(const char* name, int* idSlot, int /*arg*/, MAN_TaskCallback callback)
+{
+    try {
+        return createTask(name, idSlot, callback);
+    } catch (const std::bad_alloc&) {
+        PLT_LOG_ERROR("cannot create task %s: out of memory", validName(name) ? name : "?");
+        return MAN_E_NOMEM;
+    } catch (const std::exception& e) {
+        PLT_LOG_ERROR("cannot create task %s: %s", validName(name) ? name : "?", e.what());
+        return MAN_E_IO;
+    }
 }
 
 void MAN_ExpPFree(void* raw)
@@ -706,7 +745,11 @@ int CManIO::SendLocal(CManMessage& msg, int taskNo)
     RawPtr raw = makeRaw(msg.data(), msg.length());
     if (!raw)
         return MAN_E_NOMEM;
-    postRaw(*task, std::move(raw));
+    try {
+        postRaw(*task, std::move(raw));
+    } catch (const std::bad_alloc&) {
+        return MAN_E_NOMEM;
+    }
     return MAN_OK;
 }
 
@@ -724,13 +767,17 @@ int CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
                std::chrono::microseconds(static_cast<uint64_t>(time) * g_timerUnitUs.load());
     /* The timer lives in its handler; a pending one is destroyed with the
      * task's io_context at shutdown, which frees its message. */
-    asio::post(task->io, [t = task.get(), due, r = std::move(raw)]() mutable {
-        auto timer = std::make_shared<asio::steady_timer>(t->io, due);
-        timer->async_wait([t, timer, r = std::move(r)](const boost::system::error_code& ec) mutable {
-            if (!ec)
-                deliver(*t, std::move(r));
+    try {
+        asio::post(task->io, [t = task.get(), due, r = std::move(raw)]() mutable {
+            auto timer = std::make_shared<asio::steady_timer>(t->io, due);
+            timer->async_wait([t, timer, r = std::move(r)](const boost::system::error_code& ec) mutable {
+                if (!ec)
+                    deliver(*t, std::move(r));
+            });
         });
-    });
+    } catch (const std::bad_alloc&) {
+        return MAN_E_NOMEM;
+    }
     return MAN_OK;
 }
 
