@@ -249,6 +249,19 @@ TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)
     EXPECT_EQ(daemon->finish(true), 0) << "it ends cleanly, too";
 }
 
+TEST_F(WebconfdE2E, ClientThatDoesNotReadItsRepliesHoldsUpNobody)
+{
+    startDaemon();
+    Peer frozen(ipc, "frozen@Local");
+    for (unsigned int id = 0; id < 20; id++)
+        ASSERT_TRUE(frozen.send("webconfd@Local", Peer::message(0, request(id, ContactParams::ById, "1"))));
+    startHost();
+    const std::string output = run("id 7", kFinished);
+    EXPECT_NE(output.find("Result:591 query 0 finished"), npos) << "answered, not ended by its timer:\n" << output;
+    ASSERT_TRUE(daemon->waitErr("frozen@Local dropped")) << daemon->err();
+    EXPECT_EQ(countOf(daemon->err(), "frozen@Local"), 1u) << "one record for the burst:\n" << daemon->err();
+}
+
 TEST_F(WebconfdE2E, SecondDaemonStepsBackAndADelayedReplyDoesNotHoldUpTheStop)
 {
     startDaemon({"--fault-delay-ms", "60000", "--verbose"});

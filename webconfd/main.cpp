@@ -270,6 +270,10 @@ int main(int argc, char** argv)
 
     webconfd::Server server(store, options);
     g_server = &server;
+    /* A client that does not read its replies must not hold up the others:
+     * a reply its full queue cannot take now is dropped (logged), and its
+     * search ends by its timer. */
+    PLT_SetSendBlocking(false);
     if (PLT_SetIpcDir(ipcDir) != MAN_OK) {
         std::fprintf(stderr, "webconfd: cannot use the IPC directory %s\n", ipcDir.c_str());
         return 2;

@@ -35,6 +35,7 @@
 #include <cstring>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -137,6 +138,15 @@ int g_nextFreeId = 0x10000;
 std::mutex g_drainMu;  /* Drain and Shutdown never overlap */
 std::atomic<unsigned long long> g_handled{0};
 std::atomic<unsigned int> g_timerUnitUs{1000};
+std::atomic<bool> g_sendBlocking{true};
+
+/* Destinations whose queue was full at the last send, with the messages
+ * dropped since: a burst of drops is logged once at its start and summed up
+ * when the destination takes messages again. */
+std::mutex g_dropMu;
+std::map<std::string, unsigned long> g_dropped;
+std::atomic<bool> g_anyDropped{false};
+constexpr std::size_t MAX_DROP_ENTRIES = 256;
 
 std::mutex g_sinkMu;
 PLT_LogSink g_logSink = nullptr;
@@ -724,13 +734,32 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
         return MAN_E_NOTASK;
     }
     ssize_t n;
+    const int flags = g_sendBlocking.load() ? 0 : MSG_DONTWAIT;
     do {
-        n = ::sendto(sock->fd, msg.data(), msg.length(), 0, reinterpret_cast<sockaddr*>(&sa),
+        n = ::sendto(sock->fd, msg.data(), msg.length(), flags, reinterpret_cast<sockaddr*>(&sa),
                      sizeof sa);
     } while (n < 0 && errno == EINTR);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        std::lock_guard<std::mutex> lock(g_dropMu);
+        if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)
+            g_dropped.clear();
+        if (g_dropped[destination]++ == 0)
+            PLT_LOG_ERROR("send to %s dropped: its queue is full (further drops are counted)", destination);
+        g_anyDropped.store(true);
+        return MAN_E_IO;
+    }
     if (n < 0) {
         PLT_LOG_ERROR("send to %s failed: %s", destination, std::strerror(errno));
         return MAN_E_IO;
+    }
+    if (g_anyDropped.load()) {
+        std::lock_guard<std::mutex> lock(g_dropMu);
+        auto it = g_dropped.find(destination);
+        if (it != g_dropped.end()) {
+            PLT_LOG_ERROR("send to %s: %lu messages dropped while its queue was full", destination, it->second);
+            g_dropped.erase(it);
+        }
+        g_anyDropped.store(!g_dropped.empty());
     }
     return MAN_OK;
 }
@@ -803,6 +832,11 @@ std::string PLT_DefaultIpcDir()
     return "/tmp/kivo-ipc-" + std::to_string(static_cast<unsigned long>(::geteuid()));
 }
 
+void PLT_SetSendBlocking(bool blocking)
+{
+    g_sendBlocking.store(blocking);
+}
+
 void PLT_SetTimerUnitUs(unsigned int us)
 {
     g_timerUnitUs.store(us);
@@ -861,6 +895,11 @@ void PLT_Shutdown()
             t.reset();
         std::memset(TaskIdTbl, 0, sizeof TaskIdTbl);
         g_nextFreeId = 0x10000;
+    }
+    {
+        std::lock_guard<std::mutex> lock(g_dropMu);
+        g_dropped.clear();
+        g_anyDropped.store(false);
     }
     if (reader) {
         reader->stop.store(true);

@@ -26,6 +26,12 @@ PLT_API std::string PLT_DefaultIpcDir();
  * message is. */
 PLT_API const char* PLT_MessageSource(const void* raw);
 
+/* Whether SendIpc waits (up to 1 s) while the receiver's queue is full
+ * (default). A server turns it off: it never waits for one peer, and a
+ * message that cannot be sent at once is dropped (MAN_E_IO). A burst of
+ * drops to one destination is logged once, and counted when it ends. */
+PLT_API void PLT_SetSendBlocking(bool blocking);
+
 /* Length of one TimerLocal unit in microseconds (default 1000). */
 PLT_API void PLT_SetTimerUnitUs(unsigned int us);
 
