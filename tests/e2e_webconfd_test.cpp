@@ -278,6 +278,28 @@ TEST_F(WebconfdE2E, SecondDaemonStepsBackAndADelayedReplyDoesNotHoldUpTheStop)
     EXPECT_NE(stat((ipc + "/webconfd@Local").c_str(), &st), 0) << "its socket is gone";
 }
 
+/* A first start that did not finish never leaves a file that later starts
+ * serve as an empty phonebook. */
+TEST_F(WebconfdE2E, UnfinishedFirstStartLeavesNoEmptyPhonebook)
+{
+    std::ofstream{db};   // what a first start killed at once used to leave
+    Ran r = runToEnd({WEBCONFD, "--db", db, "--ipc-dir", ipc});
+    EXPECT_EQ(r.code, 1) << r.err;
+    EXPECT_NE(r.err.find("not a complete phonebook"), npos) << r.err;
+    ASSERT_EQ(std::remove(db.c_str()), 0);
+
+    /* 40 blocks of 512 bytes: less than the sample phonebook needs. */
+    r = runToEnd({"/bin/sh", "-c", std::string("ulimit -f 40 && exec ") + WEBCONFD + " --db " + db + " --ipc-dir " + ipc});
+    EXPECT_EQ(r.code, 1) << r.err;
+    EXPECT_NE(r.err.find("cannot create " + db), npos) << r.err;
+    struct stat st;
+    EXPECT_NE(stat(db.c_str(), &st), 0) << "nothing at the database's path";
+
+    startDaemon();
+    EXPECT_NE(daemon->err().find("created " + db + " with the sample phonebook"), npos) << daemon->err();
+    EXPECT_EQ(daemon->err().find("(0 contacts)"), npos) << daemon->err();
+}
+
 TEST_F(WebconfdE2E, ImportedFileMakesTheWholePhonebookOfANewDatabase)
 {
     const std::string file = dir.path() + "/mine.jsonl";

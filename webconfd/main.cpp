@@ -7,7 +7,10 @@
  * Threads: requests are handled on the task's thread; the main thread only
  * waits for signals. Both send through the server, which serialises them.
  */
+#include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/types.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -162,7 +165,9 @@ void taskCallback(int event, unsigned int primitive, void* raw)
     MAN_ExpPFree(raw);
 }
 
-int runImport(webconfd::Store& store, const std::string& file)
+/* Exit code of an import; *failed when the database failed and nothing
+ * was kept. */
+int runImport(webconfd::Store& store, const std::string& file, bool* failed = nullptr)
 {
     std::ifstream in(file, std::ios::binary);
     if (!in) {
@@ -170,6 +175,8 @@ int runImport(webconfd::Store& store, const std::string& file)
         return 1;
     }
     const webconfd::ImportReport r = webconfd::importRecords(store, in, file);
+    if (failed != nullptr)
+        *failed = r.failed;
     if (r.failed) {
         std::fprintf(stderr, "webconfd: import of %s failed, nothing imported\n", file.c_str());
         return 1;
@@ -177,6 +184,81 @@ int runImport(webconfd::Store& store, const std::string& file)
     std::fprintf(stderr, "webconfd: imported %d contacts, %d events, %d folders; %d lines refused\n", r.contacts,
                  r.events, r.folders, r.rejected);
     return r.rejected == 0 ? 0 : 1;
+}
+
+/* Removes the databases that earlier first starts, killed meanwhile, were
+ * building beside `path`. */
+void removeAbandoned(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
+    const std::string prefix = (slash == std::string::npos ? path : path.substr(slash + 1)) + ".new.";
+    DIR* d = ::opendir(dir.c_str());
+    if (d == nullptr)
+        return;
+    while (dirent* e = ::readdir(d)) {
+        const std::string name = e->d_name;
+        if (name.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        const long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
+        if (pid > 0 && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
+            ::unlink((dir + "/" + name).c_str());
+    }
+    ::closedir(d);
+}
+
+/* Makes a new database at `path` in one step: it is built beside it, and
+ * moved into place once its tables and records are committed, so that no
+ * interrupted first start leaves a file that looks like an empty phonebook.
+ * Returns the exit code when the program is done (an import, a failure),
+ * -1 to go on serving. */
+int createDatabase(const std::string& path, const std::string& importFile)
+{
+    removeAbandoned(path);
+    const std::string aside = path + ".new." + std::to_string(static_cast<long>(::getpid()));
+    auto discard = [&aside] {
+        ::unlink(aside.c_str());
+        ::unlink((aside + "-journal").c_str());
+    };
+    discard();
+    int code = -1;
+    {
+        webconfd::Store store;
+        std::string error;
+        if (!store.open(aside, &error)) {
+            std::fprintf(stderr, "webconfd: cannot create %s: %s\n", path.c_str(), error.c_str());
+            discard();
+            return 1;
+        }
+        if (!importFile.empty()) {
+            bool failed = true;
+            code = runImport(store, importFile, &failed);
+            if (failed) {
+                discard();
+                return code;
+            }
+        } else if (webconfd::importSample(store).failed) {
+            std::fprintf(stderr, "webconfd: cannot fill %s with the sample phonebook\n", path.c_str());
+            discard();
+            return 1;
+        }
+    }
+    /* link() does not replace a database another webconfd made meanwhile. */
+    if (::link(aside.c_str(), path.c_str()) != 0 && errno != EEXIST) {
+        std::fprintf(stderr, "webconfd: cannot create %s: %s\n", path.c_str(), std::strerror(errno));
+        discard();
+        return 1;
+    }
+    discard();
+    const std::size_t slash = path.rfind('/');
+    const int dir = ::open(slash == std::string::npos ? "." : path.substr(0, slash + 1).c_str(), O_RDONLY | O_CLOEXEC);
+    if (dir >= 0) {
+        ::fsync(dir);   // the new name survives a power cut
+        ::close(dir);
+    }
+    if (importFile.empty())
+        LOG_ExpInfo(kFile, "main", __LINE__, "created %s with the sample phonebook", path.c_str());
+    return code;
 }
 
 int usageError(const std::string& message)
@@ -236,28 +318,29 @@ int main(int argc, char** argv)
             i++;
     }
 
+    /* Over a file-size limit a write fails (and is reported) instead of
+     * killing the daemon. */
+    ::signal(SIGXFSZ, SIG_IGN);
     const bool existed = ::access(dbPath.c_str(), F_OK) == 0;
     if (!existed && !makeParents(dbPath)) {
         std::fprintf(stderr, "webconfd: cannot create the directory of %s: %s\n", dbPath.c_str(),
                      std::strerror(errno));
         return 1;
     }
+    if (!existed) {
+        /* A new database holds the sample phonebook, or what is imported. */
+        const int code = createDatabase(dbPath, importFile);
+        if (code >= 0)
+            return code;
+    }
     webconfd::Store store;
     std::string error;
-    if (!store.open(dbPath, &error)) {
+    if (!store.open(dbPath, &error, true)) {
         std::fprintf(stderr, "webconfd: cannot use %s: %s\n", dbPath.c_str(), error.c_str());
         return 1;
     }
-    if (!importFile.empty())
+    if (!importFile.empty() && existed)
         return runImport(store, importFile);
-    if (!existed) {
-        const webconfd::ImportReport r = webconfd::importSample(store);
-        if (r.failed) {
-            std::fprintf(stderr, "webconfd: cannot fill %s with the sample phonebook\n", dbPath.c_str());
-            return 1;
-        }
-        LOG_ExpInfo(kFile, "main", __LINE__, "created %s with the sample phonebook", dbPath.c_str());
-    }
 
     /* Blocked before any thread starts, so every platform thread inherits
      * the mask and the signals reach sigwait below. */

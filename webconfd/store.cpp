@@ -199,7 +199,7 @@ Store::~Store()
     close();
 }
 
-bool Store::open(const std::string& path, std::string* error)
+bool Store::open(const std::string& path, std::string* error, bool mustBeComplete)
 {
     close();
     if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
@@ -227,6 +227,9 @@ bool Store::open(const std::string& path, std::string* error)
     }
     if (version < 0 || tables < 0) {
         *error = sqlite3_errmsg(db_);   // "file is not a database", say
+    } else if (version == 0 && tables == 0 && mustBeComplete) {
+        *error = "not a complete phonebook: it is empty (a first start that did not finish?); remove it and the "
+                 "next start makes a new one";
     } else if (version == 0 && tables == 0) {
         if (createSchema(error))
             return true;

@@ -53,10 +53,12 @@ public:
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    /* Opens the file, creating it and its tables when missing. False, with
-     * the reason in *error, when the file cannot be used (not a database,
-     * made by a newer webconfd, no permission). */
-    bool open(const std::string& path, std::string* error);
+    /* Opens the file, creating it and its tables when missing or empty.
+     * False, with the reason in *error, when the file cannot be used (not a
+     * database, made by a newer webconfd, no permission). With
+     * `mustBeComplete` an empty database (no tables: a first start that did
+     * not finish) is refused instead of filled. */
+    bool open(const std::string& path, std::string* error, bool mustBeComplete = false);
     void close();
 
     /* Contact searches; docs/webconfd.md says what each one matches. All
