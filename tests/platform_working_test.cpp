@@ -1,7 +1,10 @@
 // The working platform over real threads and sockets, in a private directory.
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -22,7 +25,27 @@
 namespace {
 
 // Primitives that make the test callbacks misbehave.
-constexpr unsigned THROW_STD = 0xEE01, THROW_OTHER = 0xEE02, KEEP = 0xEE03, FREE_TWICE = 0xEE04;
+constexpr unsigned THROW_STD = 0xEE01, THROW_OTHER = 0xEE02, KEEP = 0xEE03, FREE_TWICE = 0xEE04, HOLD = 0xEE05;
+
+// A HOLD message keeps its task's callback until the gate opens.
+struct Gate {
+    std::mutex mu;
+    std::condition_variable cv;
+    bool open = true;
+    void wait()
+    {
+        std::unique_lock<std::mutex> lock(mu);
+        cv.wait_for(lock, std::chrono::seconds(30), [&] { return open; });
+    }
+    void set(bool o)
+    {
+        {
+            std::lock_guard<std::mutex> lock(mu);
+            open = o;
+        }
+        cv.notify_all();
+    }
+} g_gate;
 
 struct Got {
     int event;
@@ -39,7 +62,7 @@ struct Inbox {
     bool waitFor(std::size_t n)
     {
         std::unique_lock<std::mutex> lock(mu);
-        return cv.wait_for(lock, std::chrono::seconds(5), [&] { return got.size() >= n; });
+        return cv.wait_for(lock, std::chrono::seconds(30), [&] { return got.size() >= n; });
     }
     std::vector<Got> snapshot()
     {
@@ -68,6 +91,8 @@ void taskCallback(int event, unsigned primitive, void* raw)
         throw std::runtime_error("boom");
     if (primitive == THROW_OTHER)
         throw 42;
+    if (primitive == HOLD)
+        g_gate.wait();
     if (primitive != KEEP)
         MAN_ExpPFree(raw);
     if (primitive == FREE_TWICE)
@@ -117,7 +142,9 @@ protected:
 
     void TearDown() override
     {
+        g_gate.set(true);
         PLT_Shutdown();
+        PLT_SetQueueLimits(0, 0);
         PLT_SetLogSink(nullptr);
     }
 
@@ -243,6 +270,47 @@ TEST_F(Working, BadDatagramsAreLoggedAndDropped)
     std::lock_guard<std::mutex> lock(g_logMu);
     for (const Record& r : g_log)
         EXPECT_EQ(r.file, "platform");
+}
+
+/* A task that does not keep up holds a bounded queue: the rest wait in its
+ * socket, and the sender is pushed back. Nothing taken is lost. */
+TEST_F(Working, QueueOfABusyTaskIsBoundedInMessagesAndBytes)
+{
+    struct Limits {
+        std::size_t messages, bytes;
+    };
+    for (const Limits limits : {Limits{4, 1 << 20}, Limits{1000, 64 << 10}}) {
+        PLT_SetQueueLimits(limits.messages, limits.bytes);
+        startTwo();
+        g_gate.set(false);
+        ASSERT_EQ(cManIO.SendLocal(message(HOLD), 11), MAN_OK);
+        ASSERT_TRUE(g_inbox[1].waitFor(2));
+
+        const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+        timeval wait{0, 300000};   // how long a pushed-back send waits
+        setsockopt(sender, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
+        sockaddr_un to{};
+        to.sun_family = AF_UNIX;
+        std::snprintf(to.sun_path, sizeof to.sun_path, "%s/B@Local", ipc.c_str());
+        const std::string datagram = Peer::message(0x6A, std::string(16 << 10, 'x'));
+        int accepted = 0;
+        while (accepted < 1000 && sendto(sender, datagram.data(), datagram.size(), 0,
+                                         reinterpret_cast<sockaddr*>(&to), sizeof to) > 0)
+            accepted++;
+        close(sender);
+        EXPECT_LT(accepted, 100) << "the sender was pushed back";
+        EXPECT_EQ(errorsWith({"task B: queue full"}), 1) << "once for the burst";
+
+        g_gate.set(true);
+        EXPECT_TRUE(g_inbox[1].waitFor(2 + static_cast<std::size_t>(accepted))) << "every datagram taken arrives";
+        PLT_Drain();
+        EXPECT_EQ(g_inbox[1].snapshot().size(), 2 + static_cast<std::size_t>(accepted));
+        PLT_Shutdown();
+        g_inbox[0].got.clear();
+        g_inbox[1].got.clear();
+        g_log.clear();
+        ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
+    }
 }
 
 TEST_F(Working, CallbackMistakesAreLoggedAndTaskGoesOn)

@@ -98,6 +98,15 @@ struct Task {
     int index = -1;
     MAN_TaskCallback callback = nullptr;
     std::shared_ptr<Socket> sock;
+    /* Datagrams taken from the socket and not yet handled. At the bound the
+     * reader stops watching the socket (`paused`) and leaves the datagrams
+     * to the kernel's queue, whose limit pushes the senders back. */
+    std::atomic<std::size_t> queuedMessages{0};
+    std::atomic<std::size_t> queuedBytes{0};
+    std::mutex pauseMu;
+    bool paused = false;
+    unsigned long bursts = 0;
+    int ep = -1;  /* the reader's epoll instance, which outlives the task's thread */
     asio::io_context io;
     asio::executor_work_guard<asio::io_context::executor_type> guard{io.get_executor()};
     std::thread thread;
@@ -138,6 +147,10 @@ int g_nextFreeId = 0x10000;
 std::mutex g_drainMu;  /* Drain and Shutdown never overlap */
 std::atomic<unsigned long long> g_handled{0};
 std::atomic<unsigned int> g_timerUnitUs{1000};
+constexpr std::size_t DEFAULT_QUEUE_MESSAGES = 1024;
+constexpr std::size_t DEFAULT_QUEUE_BYTES = 4 << 20;
+std::atomic<std::size_t> g_queueMessages{DEFAULT_QUEUE_MESSAGES};
+std::atomic<std::size_t> g_queueBytes{DEFAULT_QUEUE_BYTES};
 std::atomic<bool> g_sendBlocking{true};
 
 /* Destinations whose queue was full at the last send, with the messages
@@ -447,14 +460,38 @@ bool runCallback(Task& task, int event, unsigned int primitive, void* raw)
     return false;
 }
 
+bool queueFull(const Task& task, std::size_t messages, std::size_t bytes)
+{
+    return task.queuedMessages.load() >= messages || task.queuedBytes.load() >= bytes;
+}
+
+/* Task thread, after a datagram was handled: the reader watches the socket
+ * again once the queue is down to half its bound. */
+void datagramHandled(Task& task, std::size_t length)
+{
+    task.queuedMessages--;
+    task.queuedBytes -= length;
+    if (queueFull(task, g_queueMessages.load() / 2, g_queueBytes.load() / 2))
+        return;
+    std::lock_guard<std::mutex> lock(task.pauseMu);
+    if (!task.paused)
+        return;
+    task.paused = false;
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.ptr = &task;
+    ::epoll_ctl(task.ep, EPOLL_CTL_MOD, task.sock->fd, &ev);
+}
+
 /* Runs on the task's thread. The dispatcher owns the raw message: the
  * callback only marks it released, so it is freed exactly once. */
-void deliver(Task& task, RawPtr raw)
+void deliver(Task& task, RawPtr raw, bool fromSocket = false)
 {
     const unsigned char* b = raw->bytes();
     unsigned int primitive = (static_cast<unsigned int>(b[0]) << 24) |
                              (static_cast<unsigned int>(b[1]) << 16) |
                              (static_cast<unsigned int>(b[2]) << 8) | b[3];
+    const std::size_t length = raw->length;
     t_delivering = raw.get();
     t_released = false;
     bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, plt::rawHandle(raw.get()));
@@ -462,14 +499,19 @@ void deliver(Task& task, RawPtr raw)
         PLT_LOG_ERROR("task %s did not release message 0x%08lx", task.name.c_str(),
                       static_cast<unsigned long>(primitive));
     t_delivering = nullptr;
+    raw.reset();
+    if (fromSocket)
+        datagramHandled(task, length);
     g_handled++;
 }
 
 /* Handlers hold plain Task pointers: a task outlives its io_context's
  * handlers, and a shared pointer there would keep the task alive forever. */
-void postRaw(Task& task, RawPtr raw)
+void postRaw(Task& task, RawPtr raw, bool fromSocket = false)
 {
-    asio::post(task.io, [t = &task, r = std::move(raw)]() mutable { deliver(*t, std::move(r)); });
+    asio::post(task.io, [t = &task, r = std::move(raw), fromSocket]() mutable {
+        deliver(*t, std::move(r), fromSocket);
+    });
 }
 
 void readerPost(Reader& r, std::function<void()> f)
@@ -480,10 +522,33 @@ void readerPost(Reader& r, std::function<void()> f)
     (void)n;  /* the counter cannot overflow in practice */
 }
 
+/* Reader thread: stops watching the socket of a task whose queue is full;
+ * false then. Logged once per burst. */
+bool roomInQueue(Reader& r, Task& task)
+{
+    const std::size_t messages = g_queueMessages.load();
+    const std::size_t bytes = g_queueBytes.load();
+    if (!queueFull(task, messages, bytes))
+        return true;
+    std::lock_guard<std::mutex> lock(task.pauseMu);
+    /* Checked again under the lock: the task may have emptied it. */
+    if (task.paused || !queueFull(task, messages, bytes))
+        return !task.paused;
+    task.paused = true;
+    epoll_event ev{};
+    ev.data.ptr = &task;
+    ::epoll_ctl(r.ep, EPOLL_CTL_MOD, task.sock->fd, &ev);
+    PLT_LOG_ERROR("task %s: queue full (%lu messages, %lu bytes), further datagrams wait in its socket "
+                  "(burst %lu)",
+                  task.name.c_str(), static_cast<unsigned long>(task.queuedMessages.load()),
+                  static_cast<unsigned long>(task.queuedBytes.load()), ++task.bursts);
+    return false;
+}
+
 /* Reader thread: takes up to `limit` datagrams from the task's socket. */
 void receiveFrom(Reader& r, Task& task, int limit)
 {
-    for (int i = 0; i < limit; i++) {
+    for (int i = 0; i < limit && roomInQueue(r, task); i++) {
         sockaddr_un from;
         socklen_t fromLen = sizeof from;
         ssize_t n = ::recvfrom(task.sock->fd, r.buf.data(), r.buf.size(), MSG_DONTWAIT,
@@ -511,7 +576,9 @@ void receiveFrom(Reader& r, Task& task, int limit)
             continue;
         }
         senderAddress(from, fromLen, raw->source, sizeof raw->source);
-        postRaw(task, std::move(raw));
+        task.queuedMessages++;
+        task.queuedBytes += len;
+        postRaw(task, std::move(raw), true);
     }
 }
 
@@ -644,6 +711,7 @@ int createTask(const char* name, int* idSlot, MAN_TaskCallback callback)
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.ptr = task.get();
+    task->ep = g_reader->ep;
     if (::epoll_ctl(g_reader->ep, EPOLL_CTL_ADD, fd, &ev) != 0) {
         PLT_LOG_ERROR("cannot watch %s: %s", task->path.c_str(), std::strerror(errno));
         removeSocketFiles(*task);
@@ -830,6 +898,12 @@ std::string PLT_DefaultIpcDir()
     if (xdg != nullptr && xdg[0] != '\0')
         return std::string(xdg) + "/kivo-ipc";
     return "/tmp/kivo-ipc-" + std::to_string(static_cast<unsigned long>(::geteuid()));
+}
+
+void PLT_SetQueueLimits(std::size_t messages, std::size_t bytes)
+{
+    g_queueMessages.store(messages > 0 ? messages : DEFAULT_QUEUE_MESSAGES);
+    g_queueBytes.store(bytes > 0 ? bytes : DEFAULT_QUEUE_BYTES);
 }
 
 void PLT_SetSendBlocking(bool blocking)

@@ -26,6 +26,13 @@ PLT_API std::string PLT_DefaultIpcDir();
  * message is. */
 PLT_API const char* PLT_MessageSource(const void* raw);
 
+/* Bound of each task's queue of received datagrams not yet handled, in
+ * messages and bytes (0: the default, 1024 messages and 4 MiB). At the
+ * bound the socket is no longer read: datagrams wait in the kernel's queue,
+ * whose limit pushes the senders back (a sender that does not wait drops
+ * them). Logged once per burst. */
+PLT_API void PLT_SetQueueLimits(std::size_t messages, std::size_t bytes);
+
 /* Whether SendIpc waits (up to 1 s) while the receiver's queue is full
  * (default). A server turns it off: it never waits for one peer, and a
  * message that cannot be sent at once is dropped (MAN_E_IO). A burst of
