@@ -218,6 +218,18 @@ TEST_F(WebconfdE2E, HostUnderAFileDescriptorLimitFailsCleanlyOrWorks)
     }
 }
 
+TEST_F(WebconfdE2E, HostMeetsTheDaemonInTheSameDirectoryWrittenAnotherWay)
+{
+    startDaemon();
+    for (const std::string& spelling : {ipc + "/", ipc + "/.", dir.path() + "/x/../ipc", dir.path() + "//ipc"}) {
+        host.reset(new Program({KIVO_HOST, "--ipc-dir", spelling, "--timer-unit-us", "2000", "--enter", "kivo"}));
+        run("ts info 1", "CmdTraceSet");
+        EXPECT_EQ(search("id 7").find(row(0, "Fischer", "J\xF6rg", "7")), std::string(kHeader).size()) << spelling;
+        EXPECT_EQ(host->finish(), 0);
+    }
+    EXPECT_EQ(daemon->err().find("without return address"), npos) << daemon->err();
+}
+
 /* ---- the daemon on its own ------------------------------------------------- */
 
 TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)

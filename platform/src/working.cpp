@@ -141,7 +141,9 @@ std::mutex g_mu;
 std::vector<TaskPtr> g_tasks;  /* in creation order */
 TaskPtr g_byIndex[MAN_MAX_TASKS];
 std::unique_ptr<Reader> g_reader;
-std::string g_ipcDir;
+std::string g_ipcDir;  /* resolved: absolute, without links, "." or ".." */
+dev_t g_ipcDirDev = 0;
+ino_t g_ipcDirIno = 0;
 int g_nextFreeId = 0x10000;
 
 std::mutex g_drainMu;  /* Drain and Shutdown never overlap */
@@ -292,10 +294,17 @@ void senderAddress(const sockaddr_un& sa, socklen_t len, char* out, std::size_t 
 {
     out[0] = '\0';
     const std::string path = peerName(sa, len);
-    const std::string dir = g_ipcDir + "/";
-    if (path.compare(0, dir.size(), dir) != 0)
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
         return;
-    const std::string name = path.substr(dir.size());
+    /* Another program may write the same directory differently. */
+    if (path.compare(0, slash, g_ipcDir) != 0 || slash != g_ipcDir.size()) {
+        struct stat st;
+        if (::stat(path.substr(0, slash + 1).c_str(), &st) != 0 || st.st_dev != g_ipcDirDev ||
+            st.st_ino != g_ipcDirIno)
+            return;
+    }
+    const std::string name = path.substr(slash + 1);
     if ((validAddress(name.c_str()) || validInstance(name.c_str())) && name.size() < size)
         std::memcpy(out, name.c_str(), name.size() + 1);
 }
@@ -330,7 +339,18 @@ int setIpcDirLocked(const std::string& dir)
                       dir.c_str());
         return MAN_E_IO;
     }
-    g_ipcDir = dir;
+    char* resolved = ::realpath(dir.c_str(), nullptr);
+    if (resolved == nullptr) {
+        PLT_LOG_ERROR("IPC directory %s: %s", dir.c_str(), std::strerror(errno));
+        return MAN_E_IO;
+    }
+    const std::string canonical = resolved;
+    std::free(resolved);
+    if (canonical.size() + 1 + MAX_FILE >= sizeof(sockaddr_un{}.sun_path))
+        return MAN_E_SIZE;
+    g_ipcDir = canonical;
+    g_ipcDirDev = st.st_dev;
+    g_ipcDirIno = st.st_ino;
     return MAN_OK;
 }
 
