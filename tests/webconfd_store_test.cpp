@@ -7,10 +7,12 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "import.h"
@@ -223,6 +225,29 @@ TEST_F(StoreTest, FoldersAreListedByNameAndCountTheirExistingMembers)
     EXPECT_EQ(found.items[0].name, "Familie");
     EXPECT_EQ(found.items[1].name, "Gesch\xE4" "ftlich");
     EXPECT_EQ(found.items[1].count, 2) << "404 names no contact";
+}
+
+/* Two daemons on one file: a writer waits (up to 2 s) for the other's
+ * transaction instead of failing at once with "database is locked". */
+TEST_F(StoreTest, WriterWaitsForAnotherWritersTransaction)
+{
+    Store other;
+    std::string error;
+    ASSERT_TRUE(other.open(path, &error)) << error;
+    ASSERT_TRUE(other.begin());
+    Contact held = contact("", "Held", "Open");
+    ASSERT_EQ(other.putContact(held), Change::Added);   // the other holds the write lock
+    Change change = Change::Failed;
+    std::thread writer([this, &change] {
+        Contact c = contact("", "Waits", "Writer", {"0711 1"});
+        change = store.putContact(c);
+    });
+    /* The other's transaction lasts a while, well within the wait. */
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(other.commit());
+    writer.join();
+    EXPECT_EQ(change, Change::Added);
+    EXPECT_EQ(store.contactCount(), 2);
 }
 
 /* ---- the file and its import ------------------------------------------- */

@@ -265,6 +265,7 @@ void Store::close()
         sqlite3_close_v2(db_);
         db_ = nullptr;
     }
+    depth_ = 0;
 }
 
 bool Store::exec(const char* sql)
@@ -277,22 +278,36 @@ void Store::logError(const char* function, int line, const char* what)
     LOG_ExpError(kFile, function, line, "%s: %s", what, db_ ? sqlite3_errmsg(db_) : "no database open");
 }
 
-/* Savepoints nest, so a change inside an import's transaction works the
- * same as one on its own. */
+/* The outermost transaction takes the write lock at once (BEGIN
+ * IMMEDIATE), waiting up to the busy timeout for another writer: a
+ * transaction that read first and then wants to write would instead fail at
+ * once when another daemon writes meanwhile. Inner ones are savepoints, so a
+ * change inside an import's transaction works the same as one on its own. */
 bool Store::begin()
 {
-    return exec("SAVEPOINT batch");
+    if (!exec(depth_ == 0 ? "BEGIN IMMEDIATE" : "SAVEPOINT batch"))
+        return false;
+    depth_++;
+    return true;
 }
 
 bool Store::commit()
 {
-    return exec("RELEASE batch");
+    if (!exec(depth_ == 1 ? "COMMIT" : "RELEASE batch"))
+        return false;
+    depth_--;
+    return true;
 }
 
 void Store::rollback()
 {
-    exec("ROLLBACK TO batch");
-    exec("RELEASE batch");
+    if (depth_ == 1) {
+        exec("ROLLBACK");
+    } else {
+        exec("ROLLBACK TO batch");
+        exec("RELEASE batch");
+    }
+    depth_--;
 }
 
 int64_t Store::contactCount()

@@ -104,6 +104,7 @@ private:
     };
 
     sqlite3* db_ = nullptr;
+    int depth_ = 0;   // of begin() calls not yet committed or rolled back
     std::map<std::string, Prepared> prepared_;
 
     bool exec(const char* sql);
