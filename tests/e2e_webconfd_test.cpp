@@ -241,6 +241,9 @@ TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)
              std::string("\x00\x00\x00\x00\x01\x00\x00\x00\x05", 9),    // a number, no text
              Peer::message(0, std::string(60000, '[')),
              Peer::message(0, "{\"queryId\": 3, \"params\": {\"kind\": \"phone\", \"type\": 0}}"),
+             /* A kind that would forge a log line and clear the screen. */
+             Peer::message(0, "{\"queryId\": 4, \"params\": {\"kind\": \"x\\nINFO webconfd main:307 stopped"
+                              "\\u001b[2J\\u009b\", \"type\": 0}}"),
          })
         EXPECT_TRUE(peer.send("webconfd@Local", garbage)) << garbage.size();
     /* A valid request from a socket without address, which cannot be answered. */
@@ -256,8 +259,10 @@ TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)
     startHost();
     EXPECT_EQ(search("id 7").find(row(0, "Fischer", "J\xF6rg", "7")), std::string(kHeader).size()) << "still serving";
     const std::string log = daemon->err();
-    for (const char* logged : {"without a text field", "without return address", "not JSON", "is none of contact"})
+    for (const char* logged : {"without a text field", "without return address", "not JSON", "is none of contact",
+                               "x\\x0AINFO webconfd main:307 stopped\\x1B[2J\\x9B"})
         EXPECT_NE(log.find(logged), npos) << logged << " in:\n" << log;
+    EXPECT_EQ(log.find("\nINFO webconfd main:307"), npos) << "no forged line";
     EXPECT_EQ(daemon->finish(true), 0) << "it ends cleanly, too";
 }
 

@@ -375,9 +375,13 @@ TEST_F(Working, LogRecordsAreFormattedWhole)
     LOG_ExpInfo("kivoexp", "KIVO_ExpInit", 69, "unable to create process iRetCode %d\n", 5);
     const std::string longText(1000, 'q');
     LOG_ExpError("kivomain", "f", 1, "%s", longText.c_str());
+    /* Control bytes from outside (C1 raw or in UTF-8) are shown, not obeyed;
+     * letters in UTF-8 or ISO-8859-1 stay. */
+    LOG_ExpError("webconfd", "g", 2, "%s", "a\r\n\x1b]0;x\x07 \x9b\xC2\x9b \xC3\xB6\xF6 \x7f");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "INFO kivoexp KIVO_ExpInit:69 unable to create process iRetCode 5\n"
-              "ERROR kivomain f:1 " + longText + "\n");
+              "ERROR kivomain f:1 " + longText + "\n"
+              "ERROR webconfd g:2 a\\x0D\\x0A\\x1B]0;x\\x07 \\x9B\\xC2\\x9B \xC3\xB6\xF6 \\x7F\n");
 }
 
 }  // namespace

@@ -195,6 +195,49 @@ std::string vformat(const char* format, va_list ap)
     return big;
 }
 
+/* Length of the well-formed UTF-8 sequence of 2 to 4 bytes at `p`, 0 when
+ * there is none. */
+std::size_t utf8Sequence(const unsigned char* p, std::size_t left)
+{
+    std::size_t n = p[0] >= 0xF0 && p[0] <= 0xF4 ? 4 : p[0] >= 0xE0 ? 3 : p[0] >= 0xC2 && p[0] < 0xE0 ? 2 : 0;
+    if (n == 0 || n > left)
+        return 0;
+    for (std::size_t i = 1; i < n; i++)
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+    return n;
+}
+
+/* A log record is one line whatever its text holds: control bytes (C0,
+ * DEL, C1 whether raw or written in UTF-8) are shown as \xNN, so text from
+ * outside can neither end the line nor steer the terminal. Other bytes
+ * (UTF-8 from the daemon, ISO-8859-1 from the module) stay as they are. */
+std::string printable(const std::string& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    for (std::size_t i = 0; i < text.size();) {
+        const std::size_t n = utf8Sequence(p + i, text.size() - i);
+        const bool c1InUtf8 = n == 2 && p[i] == 0xC2 && p[i + 1] < 0xA0;
+        if (n > 0 && !c1InUtf8) {
+            out.append(text, i, n);
+            i += n;
+            continue;
+        }
+        for (std::size_t end = i + (n > 0 ? n : 1); i < end; i++) {
+            if (p[i] < 0x20 || (p[i] >= 0x7F && p[i] < 0xA0) || c1InUtf8) {
+                char hex[5];
+                std::snprintf(hex, sizeof hex, "\\x%02X", p[i]);
+                out += hex;
+            } else {
+                out += static_cast<char>(p[i]);
+            }
+        }
+    }
+    return out;
+}
+
 void emitLog(int level, const char* file, const char* function, int line, std::string text)
 {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
@@ -206,8 +249,8 @@ void emitLog(int level, const char* file, const char* function, int line, std::s
         g_logSink(level, file, function, line, text.c_str());
         return;
     }
-    std::fprintf(stderr, "%s %s %s:%d %s\n", level == PLT_LOG_ERROR ? "ERROR" : "INFO", file,
-                 function, line, text.c_str());
+    std::fprintf(stderr, "%s %s %s:%d %s\n", level == PLT_LOG_ERROR ? "ERROR" : "INFO", printable(file).c_str(),
+                 printable(function).c_str(), line, printable(text).c_str());
 }
 
 void emitTerminal(const std::string& bytes)
