@@ -273,6 +273,32 @@ TEST_F(StoreTest, FilesThatAreNoWebconfdDatabaseAreRefused)
     EXPECT_FALSE(store.open(dir.path() + "/no/such/dir/x.db", &error));
 }
 
+/* The log and the refusal name SQLite's real cause, not "not an error"
+ * (its error state is cleared by the next statement). */
+TEST_F(StoreTest, FailuresReportTheirRealCause)
+{
+    fill();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TRIGGER no BEFORE DELETE ON contacts BEGIN SELECT RAISE(ABORT, 'kept'); END",
+                           nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(store.deleteContact("1"), Change::Failed);
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("deleting a contact failed: kept"), std::string::npos) << log;
+
+    store.close();
+    std::string error;
+    {
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(100);
+        file << std::string(600, '\xff');   // the page of the table list
+    }
+    EXPECT_FALSE(store.open(path, &error));
+    EXPECT_NE(error.find("malformed"), std::string::npos) << error;
+}
+
 TEST_F(StoreTest, ImportSkipsCommentsAndRefusesBadLinesKeepingTheRest)
 {
     std::istringstream in(

@@ -9,6 +9,7 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
 #include <string>
 
 #include "jsontext.h"
@@ -116,7 +117,7 @@ std::string contactSortKey(const Contact& c)
  * UTF-8; the Latin-1 helpers convert at this edge. */
 class Store::Stmt {
 public:
-    Stmt(Store* store, const std::string& sql)
+    Stmt(Store* store, const std::string& sql) : store_(store)
     {
         auto it = store->prepared_.find(sql);
         if (it != store->prepared_.end() && !it->second.busy) {
@@ -130,7 +131,8 @@ public:
         const bool keep = it == store->prepared_.end();
         if (sqlite3_prepare_v3(store->db_, sql.c_str(), -1, keep ? SQLITE_PREPARE_PERSISTENT : 0, &stmt_,
                                nullptr) != SQLITE_OK) {
-            LOG_ExpError(kFile, "Stmt", __LINE__, "cannot prepare statement: %s", sqlite3_errmsg(store->db_));
+            store->noteError();
+            LOG_ExpError(kFile, "Stmt", __LINE__, "cannot prepare statement: %s", store->lastError_.c_str());
             sqlite3_finalize(stmt_);
             stmt_ = nullptr;
             return;
@@ -165,8 +167,16 @@ public:
         return *this;
     }
 
-    /* SQLITE_ROW, SQLITE_DONE or an error code. */
-    int step() { return stmt_ ? sqlite3_step(stmt_) : SQLITE_ERROR; }
+    /* SQLITE_ROW, SQLITE_DONE or an error code (noted for the log). */
+    int step()
+    {
+        if (!stmt_)
+            return SQLITE_ERROR;
+        const int rc = sqlite3_step(stmt_);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+            store_->noteError();
+        return rc;
+    }
     bool run() { return step() == SQLITE_DONE; }
 
     std::string columnText(int column)
@@ -182,6 +192,7 @@ public:
     bool isNull(int column) { return sqlite3_column_type(stmt_, column) == SQLITE_NULL; }
 
 private:
+    Store* store_;
     sqlite3_stmt* stmt_ = nullptr;
     Prepared* prepared_ = nullptr;
 };
@@ -203,14 +214,15 @@ bool Store::open(const std::string& path, std::string* error, bool mustBeComplet
 {
     close();
     if (sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
-        *error = db_ ? sqlite3_errmsg(db_) : "out of memory";
+        noteError();
+        *error = db_ ? lastError_ : "out of memory";
         close();
         return false;
     }
     /* Two daemons may share one file; a writer waits for the other. */
     sqlite3_busy_timeout(db_, 2000);
     if (!exec("PRAGMA foreign_keys = ON")) {
-        *error = sqlite3_errmsg(db_);
+        *error = lastError_;
         close();
         return false;
     }
@@ -226,7 +238,7 @@ bool Store::open(const std::string& path, std::string* error, bool mustBeComplet
             tables = t.columnInt(0);
     }
     if (version < 0 || tables < 0) {
-        *error = sqlite3_errmsg(db_);   // "file is not a database", say
+        *error = lastError_;   // "file is not a database", say
     } else if (version == 0 && tables == 0 && mustBeComplete) {
         *error = "not a complete phonebook: it is empty (a first start that did not finish?); remove it and the "
                  "next start makes a new one";
@@ -251,7 +263,7 @@ bool Store::createSchema(std::string* error)
                             std::to_string(kSchemaVersion) + ";COMMIT;";
     if (exec(sql.c_str()))
         return true;
-    *error = sqlite3_errmsg(db_);
+    *error = lastError_;
     exec("ROLLBACK");
     return false;
 }
@@ -270,12 +282,27 @@ void Store::close()
 
 bool Store::exec(const char* sql)
 {
-    return db_ && sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+    if (!db_)
+        return false;
+    if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK)
+        return true;
+    noteError();
+    return false;
+}
+
+/* Read at once: the next statement prepared or run clears SQLite's error
+ * state, and the log would say "not an error". */
+void Store::noteError()
+{
+    lastError_ = db_ ? sqlite3_errmsg(db_) : "no database open";
+    const int sys = db_ ? sqlite3_system_errno(db_) : 0;
+    if (sys != 0)
+        lastError_ += std::string(" (") + std::strerror(sys) + ")";
 }
 
 void Store::logError(const char* function, int line, const char* what)
 {
-    LOG_ExpError(kFile, function, line, "%s: %s", what, db_ ? sqlite3_errmsg(db_) : "no database open");
+    LOG_ExpError(kFile, function, line, "%s: %s", what, lastError_.c_str());
 }
 
 /* The outermost transaction takes the write lock at once (BEGIN

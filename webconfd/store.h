@@ -104,6 +104,7 @@ private:
     };
 
     sqlite3* db_ = nullptr;
+    std::string lastError_;   // SQLite's message of the latest failure
     int depth_ = 0;   // of begin() calls not yet committed or rolled back
     std::map<std::string, Prepared> prepared_;
 
@@ -114,6 +115,7 @@ private:
     bool loadContact(int64_t id, ZEMBRA::Phonebook::Contact* out);
     void readContact(Stmt& row, int first, int64_t id, ZEMBRA::Phonebook::Contact* out);
     Found<ZEMBRA::Phonebook::Contact> findContacts(const Query& query, const Page& page);
+    void noteError();
     void logError(const char* function, int line, const char* what);
 };
 
