@@ -51,6 +51,9 @@ const char kUsage[] =
     "  --enter NAME         start inside the console NAME\n"
     "  --help               this text\n";
 
+/* Longest "!sleep": one day. */
+constexpr unsigned long kMaxSleepMs = 86400000;
+
 /* Index of the task that receives the module's cache-clear notices. */
 constexpr int kCacheTask = 64;
 
@@ -113,8 +116,14 @@ bool terminalCommand(const std::string& line)
     if (line == "!quit")
         return false;
     unsigned long ms;
-    if (line.compare(0, 7, "!sleep ") == 0 && parseUnsigned(line.c_str() + 7, &ms)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    if (line.compare(0, 7, "!sleep ") == 0) {
+        /* Bounded: a huge value would overflow the clock (waiting forever
+         * or not at all). */
+        if (parseUnsigned(line.c_str() + 7, &ms) && ms <= kMaxSleepMs)
+            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        else
+            std::fprintf(stderr, "kivo-host: !sleep wants milliseconds from 0 to %lu, not %s\n", kMaxSleepMs,
+                         line.c_str() + 7);
         return true;
     }
     std::fprintf(stderr, "kivo-host: unknown terminal command: %s (try !sleep MS, !quit)\n", line.c_str());

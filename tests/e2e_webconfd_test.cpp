@@ -365,10 +365,12 @@ TEST_F(WebconfdE2E, CommandLineMistakesAndUnusableFilesAreReported)
 
     /* The terminal's own lines begin with '!'. */
     Program terminal({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"});
-    for (const char* line : {"!sleep 1", "!bogus", "!quit", "ts info 1"})
+    for (const char* line : {"!sleep 1", "!bogus", "!sleep 9223372036854775807", "!sleep 18446744073709551615",
+                             "!sleep 99999999999999999999", "!sleep -1", "!quit", "ts info 1"})
         terminal.send(line);
     EXPECT_EQ(terminal.finish(), 0);
     EXPECT_EQ(countOf(terminal.err(), "unknown terminal command"), 1u) << terminal.err();
+    EXPECT_EQ(countOf(terminal.err(), "!sleep wants milliseconds"), 4u) << "values that do not fit:\n" << terminal.err();
     EXPECT_EQ(terminal.out(), "") << "nothing after !quit reaches the console";
 }
 
