@@ -25,6 +25,7 @@
 #include "platform/mantask.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
+#include "terminal-text.h"
 
 namespace {
 
@@ -59,9 +60,10 @@ constexpr int kCacheTask = 64;
 
 bool utf8Terminal;
 
-void terminalToUtf8(const char* bytes, std::size_t length)
+/* The module's output when standard output is a terminal. */
+void toTerminal(const char* bytes, std::size_t length)
 {
-    const std::string text = ZEMBRA::Phonebook::latin1ToUtf8(std::string(bytes, length));
+    const std::string text = host::forTerminal(std::string(bytes, length), utf8Terminal);
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fflush(stdout);
 }
@@ -163,9 +165,10 @@ int main(int argc, char** argv)
 
     std::setlocale(LC_CTYPE, "");
     const bool interactive = isatty(STDIN_FILENO);
-    utf8Terminal = isatty(STDOUT_FILENO) && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-    if (utf8Terminal)
-        PLT_SetTerminalSink(terminalToUtf8);
+    const bool terminalOut = isatty(STDOUT_FILENO);
+    utf8Terminal = terminalOut && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    if (terminalOut)
+        PLT_SetTerminalSink(toTerminal);
 
     if (PLT_SetIpcDir(ipcDir) != 0)
         return fail("cannot use IPC directory " + ipcDir, 2);

@@ -230,6 +230,30 @@ TEST_F(WebconfdE2E, HostMeetsTheDaemonInTheSameDirectoryWrittenAnotherWay)
     EXPECT_EQ(daemon->err().find("without return address"), npos) << daemon->err();
 }
 
+/* Phonebook content that would steer the operator's terminal (clear the
+ * screen, set its title, a raw C1 CSI) is shown harmlessly on a terminal;
+ * on a pipe the bytes stay exact. */
+TEST_F(WebconfdE2E, ControlCharactersOfContactsReachATerminalOnlyShown)
+{
+    const std::string name = "Esc\x1b[2J\x1b]0;t\x07\x9b";
+    startDaemon();
+    Peer peer(ipc, "peer@Local");
+    Contact c("", "", "", "", name, "", boost::none);
+    ASSERT_TRUE(peer.send("webconfd@Local",
+                          Peer::message(0x00830001, request(1, ContactParams::Add, c.toJson()))));
+    ASSERT_NE(peer.receive().find("added contact"), npos);
+
+    startHost();
+    EXPECT_NE(search("name Esc").find(name), npos) << "a pipe gets the bytes";
+    host->finish();
+
+    const std::string shown = onTerminal({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"}, "ts info 1\nname Esc\n",
+                                         kFinished);
+    EXPECT_NE(shown.find("Esc\\x1B[2J\\x1B]0;t\\x07\\x9B"), npos) << shown;
+    for (const char control : {'\x1b', '\x07', '\x9b'})
+        EXPECT_EQ(shown.find(control), npos) << static_cast<int>(static_cast<unsigned char>(control));
+}
+
 /* ---- the daemon on its own ------------------------------------------------- */
 
 TEST_F(WebconfdE2E, DaemonSurvivesMalformedDatagramsAndRequests)

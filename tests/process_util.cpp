@@ -149,6 +149,53 @@ Ran runToEnd(const std::vector<std::string>& argv)
     return Ran{code, p.out(), p.err()};
 }
 
+std::string onTerminal(const std::vector<std::string>& argv, const std::string& input, const std::string& until)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+        return "(no pseudo-terminal)";
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    int in[2];
+    if (terminal < 0 || pipe2(in, O_CLOEXEC) != 0) {
+        close(master);
+        return "(no pseudo-terminal)";
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, terminal, 1);
+    std::vector<char*> args;
+    for (const std::string& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ) != 0)
+        pid = -1;
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(terminal);
+    signal(SIGPIPE, SIG_IGN);
+    ssize_t written = write(in[1], input.data(), input.size());
+    (void)written;
+    std::string shown;
+    within([&] {
+        pollfd p = {master, POLLIN, 0};
+        char buffer[4096];
+        const ssize_t n = poll(&p, 1, 0) == 1 ? read(master, buffer, sizeof buffer) : 0;
+        if (n > 0)
+            shown.append(buffer, static_cast<std::size_t>(n));
+        return pid < 0 || shown.find(until) != std::string::npos;
+    });
+    close(in[1]);   // the program ends at the end of its input
+    int status = 0;
+    if (pid > 0 && !within([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+    }
+    close(master);
+    return shown;
+}
+
 /* ---- Peer --------------------------------------------------------------- */
 
 Peer::Peer(const std::string& dir, const std::string& name) : dir_(dir), path_(dir + "/" + name)

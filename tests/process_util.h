@@ -85,6 +85,11 @@ struct Ran {
 };
 Ran runToEnd(const std::vector<std::string>& argv);
 
+/* Runs a program with `input` on its standard input and its standard
+ * output on a terminal (a pseudo-terminal), until that output holds `until`
+ * or kWaitMs have passed; returns what the terminal received. */
+std::string onTerminal(const std::vector<std::string>& argv, const std::string& input, const std::string& until);
+
 /* A datagram socket bound at <dir>/<name>, outside the platform: it sends
  * whatever bytes it is given, what a task never would. */
 class Peer {
