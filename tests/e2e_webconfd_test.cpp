@@ -206,6 +206,11 @@ TEST_F(WebconfdE2E, ReplyToAnEndedHostDoesNotReachTheNextOne)
  * aborts. Each limit stops it at another step of its start or search. */
 TEST_F(WebconfdE2E, HostUnderAFileDescriptorLimitFailsCleanlyOrWorks)
 {
+#ifdef __SANITIZE_ADDRESS__
+    /* The sanitizers' runtime needs descriptors of its own (its log, the
+     * process's maps) and reports false type errors without them. */
+    GTEST_SKIP() << "not under AddressSanitizer";
+#endif
     for (int limit = 5; limit <= 16; limit++) {
         const std::string command = "ulimit -n " + std::to_string(limit) + " && exec " + KIVO_HOST + " --ipc-dir " +
                                     ipc + " --timer-unit-us 10 --enter kivo";
