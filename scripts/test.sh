@@ -25,7 +25,15 @@ bash scripts/build.sh
 echo "==== declared"
 bash scripts/ci-declared.sh
 ctest --test-dir "${BUILD_DIR:-build}" --output-on-failure -j "$(nproc)"
-[ "$quick" = 1 ] && exit 0
+
+# Tests are to stay about a quarter to a third of the code (docs/testing.md).
+size_line() {
+  local code tests
+  code=$(git ls-files -- kivo platform phonebook host webconfd | grep -E '\.(cpp|h)$' | xargs cat | grep -c -v -E '^\s*$')
+  tests=$(git ls-files -- tests fuzz | grep -E '\.(cpp|h)$' | xargs cat | grep -c -v -E '^\s*$')
+  awk -v t="$tests" -v c="$code" 'BEGIN { printf "size: %d non-blank lines of code, %d of tests and fuzz: ratio %.2f\n", c, t, t / c }'
+}
+if [ "$quick" = 1 ]; then size_line; exit 0; fi
 
 # Each stage runs to its end even when an earlier one failed, so one run
 # shows every failure; the summary gives each stage's time.
@@ -47,4 +55,5 @@ stage arm bash scripts/ci-arm.sh
 
 echo "==== stages (total since start: $SECONDS s)"
 printf '%s\n' "${summary[@]}"
+size_line
 exit $failed
