@@ -47,13 +47,13 @@ void handleRequests(std::size_t from, const std::string& line, bool answer)
         if (!answer)
             continue;
         if (change) {
-            deliverReply(id, Acknowledge, 0, Json::Value(Json::arrayValue));
+            deliverReplyChecked(replyText(id, Acknowledge, 0, Json::Value(Json::arrayValue)));
         } else {
             Json::Value items(Json::arrayValue);
             items.append(contactItem("Wefer", "0711", "0711"));
             items.append(contactItem("\xD6hlenbach", "011122233344", "011122233344"));
-            deliverReply(id, Contacts, 2, items);
-            deliverReply(id, Contacts, 2, Json::Value(Json::arrayValue));
+            deliverReplyChecked(replyText(id, Contacts, 2, items));
+            deliverReplyChecked(replyText(id, Contacts, 2, Json::Value(Json::arrayValue)));
         }
     }
 }

@@ -135,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         else if (isTimerSegment(segment, &id))
             fireTimerOf(id);
         else
-            deliverReply(segment);
+            deliverReplyChecked(segment);
         checkTable(searches);
     }
 

@@ -80,11 +80,7 @@ void FuzzClient::addFolder(const Folder& f, CacheInfo info)
 
 void moduleStart()
 {
-    resetModule();
-    rec::reset();
-    FUZZ_CHECK(KIVO_ExpInit() == 0);
-    FUZZ_CHECK(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr));
-    FUZZ_CHECK(pBackend.load() != nullptr);
+    FUZZ_CHECK(startModule());
 }
 
 void moduleStop()
@@ -95,37 +91,9 @@ void moduleStop()
     rec::reset();
 }
 
-void deliverReply(const std::string& text)
+void deliverReplyChecked(const std::string& text)
 {
-    void* raw = rec::RawBuilder(KIVO_PRIM_RESULT).str(text).build();
-    FUZZ_CHECK(raw != nullptr);
-    FUZZ_CHECK(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, KIVO_PRIM_RESULT, raw));
-    FUZZ_CHECK(rec::releaseCount(raw) == 1);
-}
-
-void deliverReply(unsigned int queryId, int type, int total, const Json::Value& items)
-{
-    deliverReply(replyText(queryId, type, total, items));
-}
-
-bool fireTimerOf(unsigned int queryId)
-{
-    for (std::size_t i = 0, n = rec::timerCount(); i < n; i++) {
-        const rec::TimerArm& t = rec::recorder().timers[i];
-        if (!t.fired && t.msg.u32(0) == queryId)
-            return rec::fireTimer(i);
-    }
-    return false;
-}
-
-Json::Value parseJson(const std::string& text)
-{
-    Json::Value root;
-    std::string errors;
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors))
-        return Json::Value();
-    return root;
+    FUZZ_CHECK(deliverReply(text));
 }
 
 std::vector<std::string> splitInput(const uint8_t* data, std::size_t size, char separator, std::size_t maxParts)

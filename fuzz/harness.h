@@ -19,6 +19,7 @@
 
 #include "check.h"
 #include "kivo.h"
+#include "module_support.h"
 
 /* Counts what the module does to it. A delivery or a second end after the
  * first end is a module fault and stops the run at once. */
@@ -54,16 +55,9 @@ void moduleStart();
  * checks that no received message was left unreleased. */
 void moduleStop();
 
-/* A daemon reply delivered to the kivo task as the platform would. */
-void deliverReply(const std::string& text);
-/* The same from JSON parts. */
-void deliverReply(unsigned int queryId, int type, int total, const Json::Value& items);
-
-/* Fires the armed, not yet fired timer of a query id; false if none. */
-bool fireTimerOf(unsigned int queryId);
-
-/* The JSON text of a sent request parsed; null when unparsable. */
-Json::Value parseJson(const std::string& text);
+/* A daemon reply delivered to the kivo task; stops the run when the task
+ * does not take it or does not release it exactly once. */
+void deliverReplyChecked(const std::string& text);
 
 /* Splits data at `separator`, at most `maxParts` parts (the last takes the
  * rest). */

@@ -43,15 +43,12 @@ void KivoTest::TearDown()
 
 void KivoTest::start()
 {
-    ASSERT_EQ(KIVO_ExpInit(), 0);
-    ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr));
-    ASSERT_NE(pBackend.load(), nullptr);
+    ASSERT_TRUE(startModule());
 }
 
 void KivoTest::reply(const std::string& text)
 {
-    void* raw = rec::RawBuilder(KIVO_PRIM_RESULT).str(text).build();
-    ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, KIVO_PRIM_RESULT, raw));
+    ASSERT_TRUE(deliverReply(text));
 }
 
 void KivoTest::reply(unsigned int queryId, int type, int total, const Json::Value& items)
@@ -61,11 +58,7 @@ void KivoTest::reply(unsigned int queryId, int type, int total, const Json::Valu
 
 bool KivoTest::expire(unsigned int queryId)
 {
-    const auto& timers = rec::recorder().timers;
-    for (std::size_t i = 0; i < timers.size(); i++)
-        if (!timers[i].fired && timers[i].msg.u32(0) == queryId)
-            return rec::fireTimer(i);
-    return false;
+    return fireTimerOf(queryId);
 }
 
 boost::shared_ptr<FakeClient> KivoTest::search(QueryMode mode, const Json::Value& value, bool bestMatch)
@@ -79,12 +72,5 @@ boost::shared_ptr<FakeClient> KivoTest::search(QueryMode mode, const Json::Value
 Json::Value KivoTest::sentJson(std::size_t n) const
 {
     const auto& ipc = rec::recorder().ipc;
-    Json::Value root;
-    if (n >= ipc.size())
-        return root;
-    std::string errors;
-    const std::string& text = ipc[n].msg.string(0);
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-    return root;
+    return n < ipc.size() ? parseJson(ipc[n].msg.string(0)) : Json::Value();
 }
