@@ -1,6 +1,9 @@
-// The working platform over real threads and sockets, in a private directory.
+// The working platform in one process: tasks on threads, real sockets in a
+// private directory, timers, bounded queues and what is logged when a caller
+// or a peer does wrong.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -27,97 +31,55 @@ namespace {
 // Primitives that make the test callbacks misbehave.
 constexpr unsigned THROW_STD = 0xEE01, THROW_OTHER = 0xEE02, KEEP = 0xEE03, FREE_TWICE = 0xEE04, HOLD = 0xEE05;
 
-// A HOLD message keeps its task's callback until the gate opens.
-struct Gate {
-    std::mutex mu;
-    std::condition_variable cv;
-    bool open = true;
-    void wait()
-    {
-        std::unique_lock<std::mutex> lock(mu);
-        cv.wait_for(lock, std::chrono::seconds(30), [&] { return open; });
-    }
-    void set(bool o)
-    {
-        {
-            std::lock_guard<std::mutex> lock(mu);
-            open = o;
-        }
-        cv.notify_all();
-    }
-} g_gate;
-
-struct Got {
-    int event;
-    unsigned primitive;
-    std::string bytes;
-    std::string source;
-};
-
-// What the tasks A (inbox 0) and B (inbox 1) received.
-struct Inbox {
-    std::mutex mu;
-    std::condition_variable cv;
-    std::vector<Got> got;
-    bool waitFor(std::size_t n)
-    {
-        std::unique_lock<std::mutex> lock(mu);
-        return cv.wait_for(lock, std::chrono::seconds(30), [&] { return got.size() >= n; });
-    }
-    std::vector<Got> snapshot()
-    {
-        std::lock_guard<std::mutex> lock(mu);
-        return got;
-    }
-} g_inbox[2];
+std::mutex g_mu;
+std::condition_variable g_cv;
+bool g_open = true;                  // a HOLD message keeps its task until this is set
+std::vector<std::string> g_got[2];   // what tasks A and B received: "start" or the bytes
+std::string g_source;                // the sender of the last message
+std::string g_log;                   // every record: "ERROR platform function: text\n"
+void* g_raw = nullptr;               // the raw message of FREE_TWICE
 
 template <int N>
 void taskCallback(int event, unsigned primitive, void* raw)
 {
-    Got g{event, primitive, {}, {}};
     CManMessage m;
-    if (event == MAN_EVENT_MESSAGE && m.Assign(raw) == MAN_OK) {
-        g.bytes.assign(reinterpret_cast<const char*>(m.data()), m.length());
-        g.source = PLT_MessageSource(raw);
+    std::unique_lock<std::mutex> lock(g_mu);
+    if (event != MAN_EVENT_MESSAGE) {
+        g_got[N].push_back(primitive == MAN_PRIM_START ? "start" : "?");
+    } else if (m.Assign(raw) == MAN_OK) {
+        g_got[N].emplace_back(reinterpret_cast<const char*>(m.data()), m.length());
+        g_source = PLT_MessageSource(raw);
+        g_raw = raw;
     }
-    {
-        std::lock_guard<std::mutex> lock(g_inbox[N].mu);
-        g_inbox[N].got.push_back(g);
-    }
-    g_inbox[N].cv.notify_all();
+    g_cv.notify_all();
     if (event != MAN_EVENT_MESSAGE)
         return;
+    lock.unlock();
     if (primitive == THROW_STD)
         throw std::runtime_error("boom");
     if (primitive == THROW_OTHER)
         throw 42;
-    if (primitive == HOLD)
-        g_gate.wait();
+    if (primitive == HOLD) {
+        lock.lock();
+        g_cv.wait_for(lock, std::chrono::seconds(30), [] { return g_open; });
+        lock.unlock();
+    }
     if (primitive != KEEP)
         MAN_ExpPFree(raw);
     if (primitive == FREE_TWICE)
         MAN_ExpPFree(raw);
 }
 
-struct Record {
-    int level;
-    std::string file, text;
-};
-std::mutex g_logMu;
-std::vector<Record> g_log;
-
-// Error records whose text contains every one of `words`.
-int errorsWith(std::initializer_list<std::string> words)
+std::vector<std::string> got(int task)
 {
-    std::lock_guard<std::mutex> lock(g_logMu);
-    int n = 0;
-    for (const Record& r : g_log) {
-        bool all = r.level == PLT_LOG_ERROR;
-        for (const std::string& w : words)
-            all = all && r.text.find(w) != std::string::npos;
-        n += all;
-    }
-    return n;
+    std::lock_guard<std::mutex> lock(g_mu);
+    return g_got[task];
+}
+
+bool waitFor(int task, std::size_t n)
+{
+    std::unique_lock<std::mutex> lock(g_mu);
+    return g_cv.wait_for(lock, std::chrono::seconds(30), [&] { return g_got[task].size() >= n; });
 }
 
 std::string bytesOf(const CManMessage& m)
@@ -126,34 +88,68 @@ std::string bytesOf(const CManMessage& m)
 }
 
 class Working : public ::testing::Test {
-protected:
+public:
     void SetUp() override
     {
-        for (Inbox& box : g_inbox)
-            box.got.clear();
+        for (auto& box : g_got)
+            box.clear();
         g_log.clear();
-        PLT_SetLogSink([](int level, const char* file, const char*, int, const char* text) {
-            std::lock_guard<std::mutex> lock(g_logMu);
-            g_log.push_back({level, file, text});
+        PLT_SetLogSink([](int level, const char* file, const char* function, int, const char* text) {
+            std::lock_guard<std::mutex> lock(g_mu);
+            g_log += std::string(level == PLT_LOG_ERROR ? "ERROR " : "INFO ") + file + " " + function + ": " + text + "\n";
         });
         ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
         PLT_SetTimerUnitUs(100);
+        // A socket outside the platform, which sends whatever it is given.
+        sockaddr_un at = address("peer@Local");
+        timeval wait{0, 300000};   // how long a pushed-back send waits
+        peer = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_EQ(bind(peer, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+        setsockopt(peer, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
     }
 
     void TearDown() override
     {
-        g_gate.set(true);
+        {
+            std::lock_guard<std::mutex> lock(g_mu);
+            g_open = true;
+        }
+        g_cv.notify_all();
+        close(peer);
         PLT_Shutdown();
         PLT_SetQueueLimits(0, 0);
         PLT_SetLogSink(nullptr);
     }
 
-    // Creates tasks A (index 10) and B (index 11) and waits for their start.
+    sockaddr_un address(const std::string& name)
+    {
+        sockaddr_un a{};
+        a.sun_family = AF_UNIX;
+        std::snprintf(a.sun_path, sizeof a.sun_path, "%s/%s", ipc.c_str(), name.c_str());
+        return a;
+    }
+    bool sendRaw(const std::string& bytes)
+    {
+        sockaddr_un to = address("B@Local");
+        return sendto(peer, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    // The next datagram to the peer; `from` gets the sender's file name.
+    std::string receive(std::string* from)
+    {
+        std::string bytes(MAN_MAX_MSG, '\0');
+        sockaddr_un sender{};
+        socklen_t length = sizeof sender;
+        const ssize_t n = recvfrom(peer, &bytes[0], bytes.size(), 0, reinterpret_cast<sockaddr*>(&sender), &length);
+        *from = n >= 0 ? std::string(sender.sun_path).substr(ipc.size() + 1) : "";
+        return bytes.substr(0, n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+
+    // Tasks A (index 10) and B (index 11).
     void startTwo()
     {
         ASSERT_EQ(MAN_ExpTCreate("A", &TaskIdTbl[10], 0, taskCallback<0>), MAN_OK);
         ASSERT_EQ(MAN_ExpTCreate("B", &TaskIdTbl[11], 0, taskCallback<1>), MAN_OK);
-        ASSERT_TRUE(g_inbox[0].waitFor(1) && g_inbox[1].waitFor(1));
     }
 
     CManMessage& message(unsigned primitive)
@@ -164,33 +160,14 @@ protected:
 
     TempDir dir;
     const std::string ipc = dir.path() + "/ipc";
+    int peer = -1;
     CManMessage msg;
 };
 
-/* ---- tasks and delivery ------------------------------------------------- */
-
-TEST_F(Working, TaskCreationIsValidatedAndStartComesBeforeAnyMessage)
-{
-    EXPECT_EQ(MAN_ExpTCreate("a/b", &TaskIdTbl[10], 0, taskCallback<0>), MAN_E_FORMAT);
-    EXPECT_EQ(MAN_ExpTCreate(std::string(32, 'a').c_str(), &TaskIdTbl[10], 0, taskCallback<0>), MAN_E_FORMAT);
-    EXPECT_EQ(MAN_ExpTCreate("A", &TaskIdTbl[10], 0, nullptr), MAN_E_FORMAT);
-    ASSERT_EQ(MAN_ExpTCreate("A", &TaskIdTbl[10], 0, taskCallback<0>), MAN_OK);
-    EXPECT_NE(TaskIdTbl[10], 0);
-    ASSERT_EQ(cManIO.SendLocal(message(0x77), 10), MAN_OK);
-    EXPECT_EQ(MAN_ExpTCreate("B", &TaskIdTbl[10], 0, taskCallback<1>), MAN_E_STATE);
-    int id = 0;
-    EXPECT_EQ(MAN_ExpTCreate("A", &id, 0, taskCallback<1>), MAN_E_STATE);
-    EXPECT_EQ(PLT_SetIpcDir(ipc), MAN_E_STATE) << "only before the first task";
-
-    ASSERT_TRUE(g_inbox[0].waitFor(2));
-    const std::vector<Got> got = g_inbox[0].snapshot();
-    EXPECT_EQ(got[0].event, MAN_EVENT_CONTROL);
-    EXPECT_EQ(got[0].primitive, static_cast<unsigned>(MAN_PRIM_START));
-    EXPECT_EQ(got[1].event, MAN_EVENT_MESSAGE);
-    EXPECT_EQ(got[1].primitive, 0x77u);
-}
-
-TEST_F(Working, TimerAndIpcDeliverTheBytesAndTheSender)
+/* A message arrives whole and after its task's start; a server answers the
+ * sender's own instance; a timer keeps its own copy; a datagram leaves from
+ * the named task's instance or else the first task's. */
+TEST_F(Working, MessagesArriveWholeFromTheSendersInstance)
 {
     startTwo();
     CManMessage& m = message(0x00830002);
@@ -198,174 +175,196 @@ TEST_F(Working, TimerAndIpcDeliverTheBytesAndTheSender)
     ASSERT_EQ(m.addString(std::string("{\"a\":\0\xff}", 8)), MAN_OK);
     const std::string sent = bytesOf(m);
     ASSERT_EQ(cManIO.SendIpc(m, "A@Local", "B@Local"), MAN_OK);
-    ASSERT_TRUE(g_inbox[1].waitFor(2));
-    EXPECT_EQ(g_inbox[1].snapshot()[1].primitive, 0x00830002u);
-    EXPECT_EQ(g_inbox[1].snapshot()[1].bytes, sent);
-    const std::string source = g_inbox[1].snapshot()[1].source;
-    EXPECT_EQ(source.substr(0, 8), "A@Local.") << "a server answers the sender's own instance";
+    PLT_Drain();   // waits for the datagram in flight
+    EXPECT_EQ(got(1), (std::vector<std::string>{"start", sent}));
+    const std::string source = g_source;
+    EXPECT_EQ(source.substr(0, 8), "A@Local.");
     ASSERT_EQ(cManIO.SendIpc(m, "B@Local", source.c_str()), MAN_OK);
-    ASSERT_TRUE(g_inbox[0].waitFor(2));
-
     ASSERT_EQ(cManIO.TimerLocal(m, 11, 5), MAN_OK);
-    EXPECT_EQ(cManIO.TimerLocal(m, 12, 1), MAN_E_NOTASK);
-    m.Delete();   // the timer keeps its own copy
-    ASSERT_TRUE(g_inbox[1].waitFor(3));
-    EXPECT_EQ(g_inbox[1].snapshot()[2].bytes, sent);
-}
-
-TEST_F(Working, DrainWaitsForDatagramsInFlight)
-{
-    startTwo();
-    for (int i = 0; i < 8; i++)
-        ASSERT_EQ(cManIO.SendIpc(message(0x69), "A@Local", "B@Local"), MAN_OK);
+    m.Delete();
+    ASSERT_TRUE(waitFor(1, 3));
     PLT_Drain();
-    EXPECT_EQ(g_inbox[1].snapshot().size(), 9u);
-}
+    EXPECT_EQ(got(0), (std::vector<std::string>{"start", sent}));
+    EXPECT_EQ(got(1), (std::vector<std::string>{"start", sent, sent}));
 
-TEST_F(Working, DatagramLeavesFromTheSourceOrTheFirstTask)
-{
-    startTwo();
-    Peer peer(ipc, "peer@Local");
     std::string from;
-    ASSERT_EQ(cManIO.SendIpc(message(5), "B@Local", "peer@Local"), MAN_OK);
-    EXPECT_EQ(peer.receive(&from), std::string("\0\0\0\5", 4));
-    EXPECT_EQ(from.substr(0, ipc.size() + 9), ipc + "/B@Local.");
-    for (const char* unknownSource : {"other@Local", static_cast<const char*>(nullptr)}) {
-        ASSERT_EQ(cManIO.SendIpc(msg, unknownSource, "peer@Local"), MAN_OK);
-        peer.receive(&from);
-        EXPECT_EQ(from.substr(0, ipc.size() + 9), ipc + "/A@Local.");
+    for (const char* source : {"B@Local", "other@Local", static_cast<const char*>(nullptr)}) {
+        ASSERT_EQ(cManIO.SendIpc(message(5), source, "peer@Local"), MAN_OK);
+        EXPECT_EQ(receive(&from), std::string("\0\0\0\5", 4));
+        EXPECT_EQ(from.substr(0, 8), source && source[0] == 'B' ? "B@Local." : "A@Local.") << from;
     }
+    EXPECT_EQ(g_log, "");
 }
 
-/* ---- failures ----------------------------------------------------------- */
+/* A refused call or a peer's bad datagram gives its code and the one record
+ * that says why; a callback's mistake is logged; the task goes on. */
+struct Mistake {
+    const char* name;
+    std::function<int(Working&)> call;
+    int code;
+    std::string log;   // "{raw}" stands for the message's pointer, "{ipc}" for the directory
+};
+void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
-TEST_F(Working, SendIpcFailuresAreReportedAndLogged)
-{
-    EXPECT_EQ(cManIO.SendIpc(message(5), nullptr, "B@Local"), MAN_E_NOTASK) << "no task to send from";
-    startTwo();
-    EXPECT_EQ(cManIO.SendIpc(msg, nullptr, "nobody@Local"), MAN_E_IO);
-    EXPECT_EQ(errorsWith({"nobody@Local"}), 1);
-    EXPECT_EQ(cManIO.SendIpc(msg, nullptr, "nobody"), MAN_E_NOTASK);
-    EXPECT_EQ(errorsWith({"nobody"}), 2);
-    CManMessage empty;
-    EXPECT_EQ(cManIO.SendIpc(empty, nullptr, "B@Local"), MAN_E_STATE);
-}
+class Mistakes : public Working, public ::testing::WithParamInterface<Mistake> {};
 
-TEST_F(Working, BadDatagramsAreLoggedAndDropped)
-{
-    startTwo();
-    Peer peer(ipc, "peer@Local");
-    const std::string unknownTag("\0\0\0\x66\x07\0\0\0\1", 9);
-    for (const std::string& bytes : {std::string(MAN_MAX_MSG + 1, '\0'), std::string("\0\0\1", 3), unknownTag,
-                                     bytesOf(message(0x67))})
-        ASSERT_TRUE(peer.send("B@Local", bytes));
-    ASSERT_TRUE(g_inbox[1].waitFor(2));
-    PLT_Drain();
-    const std::vector<Got> got = g_inbox[1].snapshot();
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[1].primitive, 0x67u);
-    EXPECT_EQ(errorsWith({"longer than", "peer@Local"}), 1);
-    EXPECT_EQ(errorsWith({"shorter than"}), 1);
-    EXPECT_EQ(errorsWith({"malformed"}), 1);
-    std::lock_guard<std::mutex> lock(g_logMu);
-    for (const Record& r : g_log)
-        EXPECT_EQ(r.file, "platform");
-}
+const char kErr[] = "ERROR platform ";
+const Mistake kMistakes[] = {
+    {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback<0>); }, MAN_E_FORMAT, ""},
+    {"LongName", [](Working&) { return MAN_ExpTCreate(std::string(32, 'a').c_str(), &TaskIdTbl[12], 0, taskCallback<0>); }, MAN_E_FORMAT, ""},
+    {"NoCallback", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[12], 0, nullptr); }, MAN_E_FORMAT, ""},
+    {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback<0>); }, MAN_E_STATE, ""},
+    {"NameTaken", [](Working&) { static int id; return MAN_ExpTCreate("B", &id, 0, taskCallback<0>); }, MAN_E_STATE, ""},
+    {"IpcDirAfterTasks", [](Working& w) { return PLT_SetIpcDir(w.ipc + "2"); }, MAN_E_STATE, ""},
+    {"SendToNobody", [](Working& w) { return cManIO.SendIpc(w.message(5), nullptr, "nobody@Local"); }, MAN_E_IO,
+     std::string(kErr) + "SendIpc: send to nobody@Local failed: No such file or directory\n"},
+    {"SendToNoAddress", [](Working& w) { return cManIO.SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
+     std::string(kErr) + "SendIpc: invalid IPC address nobody\n"},
+    {"SendNothing", [](Working&) { CManMessage none; return cManIO.SendIpc(none, nullptr, "B@Local"); }, MAN_E_STATE, ""},
+    {"LocalToNoTask", [](Working& w) { return cManIO.SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
+    {"TimerToNoTask", [](Working& w) { return cManIO.TimerLocal(w.message(5), 12, 1); }, MAN_E_NOTASK, ""},
+    {"CallbackThrows", [](Working& w) { return cManIO.SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
+     std::string(kErr) + "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom\n"},
+    {"CallbackThrowsNoException", [](Working& w) { return cManIO.SendLocal(w.message(THROW_OTHER), 11); }, MAN_OK,
+     std::string(kErr) + "runCallback: task B: callback threw on event 0 primitive 0x0000ee02\n"},
+    {"CallbackKeepsMessage", [](Working& w) { return cManIO.SendLocal(w.message(KEEP), 11); }, MAN_OK,
+     std::string(kErr) + "deliver: task B did not release message 0x0000ee03\n"},
+    {"CallbackFreesTwice", [](Working& w) { return cManIO.SendLocal(w.message(FREE_TWICE), 11); }, MAN_OK,
+     std::string(kErr) + "MAN_ExpPFree: message {raw} released twice, ignored\n"},
+    {"FreeOfAStranger", [](Working&) { g_raw = &g_raw; MAN_ExpPFree(g_raw); return 0; }, MAN_OK,
+     std::string(kErr) + "MAN_ExpPFree: message {raw} is not the message being delivered, ignored\n"},
+    {"DatagramTooLong", [](Working& w) { return w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0')) ? 0 : -1; }, MAN_OK,
+     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local longer than 65536 bytes, dropped\n"},
+    {"DatagramTooShort", [](Working& w) { return w.sendRaw(std::string("\0\0\1", 3)) ? 0 : -1; }, MAN_OK,
+     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local shorter than 4 bytes, dropped\n"},
+    {"DatagramMalformed", [](Working& w) { return w.sendRaw(std::string("\0\0\0\x66\x07\0\0\0\1", 9)) ? 0 : -1; }, MAN_OK,
+     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local (9 bytes) malformed, dropped\n"},
+};
 
-/* A task that does not keep up holds a bounded queue: the rest wait in its
- * socket, and the sender is pushed back. Nothing taken is lost. */
-TEST_F(Working, QueueOfABusyTaskIsBoundedInMessagesAndBytes)
-{
-    struct Limits {
-        std::size_t messages, bytes;
-    };
-    for (const Limits limits : {Limits{4, 1 << 20}, Limits{1000, 64 << 10}}) {
-        PLT_SetQueueLimits(limits.messages, limits.bytes);
-        startTwo();
-        g_gate.set(false);
-        ASSERT_EQ(cManIO.SendLocal(message(HOLD), 11), MAN_OK);
-        ASSERT_TRUE(g_inbox[1].waitFor(2));
-
-        const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
-        timeval wait{0, 300000};   // how long a pushed-back send waits
-        setsockopt(sender, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
-        sockaddr_un to{};
-        to.sun_family = AF_UNIX;
-        std::snprintf(to.sun_path, sizeof to.sun_path, "%s/B@Local", ipc.c_str());
-        const std::string datagram = Peer::message(0x6A, std::string(16 << 10, 'x'));
-        int accepted = 0;
-        while (accepted < 1000 && sendto(sender, datagram.data(), datagram.size(), 0,
-                                         reinterpret_cast<sockaddr*>(&to), sizeof to) > 0)
-            accepted++;
-        close(sender);
-        EXPECT_LT(accepted, 100) << "the sender was pushed back";
-        EXPECT_EQ(errorsWith({"task B: queue full"}), 1) << "once for the burst";
-
-        g_gate.set(true);
-        EXPECT_TRUE(g_inbox[1].waitFor(2 + static_cast<std::size_t>(accepted))) << "every datagram taken arrives";
-        PLT_Drain();
-        EXPECT_EQ(g_inbox[1].snapshot().size(), 2 + static_cast<std::size_t>(accepted));
-        PLT_Shutdown();
-        g_inbox[0].got.clear();
-        g_inbox[1].got.clear();
-        g_log.clear();
-        ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
-    }
-}
-
-TEST_F(Working, CallbackMistakesAreLoggedAndTaskGoesOn)
+TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
 {
     startTwo();
-    for (unsigned primitive : {THROW_STD, THROW_OTHER, KEEP, FREE_TWICE, 0x68u})
-        ASSERT_EQ(cManIO.SendLocal(message(primitive), 11), MAN_OK);
-    ASSERT_TRUE(g_inbox[1].waitFor(6));
+    EXPECT_EQ(GetParam().call(*this), GetParam().code);
     PLT_Drain();   // the dispatcher logs after the callback returns
-    EXPECT_EQ(g_inbox[1].snapshot()[5].primitive, 0x68u);
-    EXPECT_EQ(errorsWith({"task B", "boom"}), 1);
-    EXPECT_EQ(errorsWith({"task B", "0x0000ee02"}), 1);
-    EXPECT_EQ(errorsWith({"task B", "did not release", "0x0000ee03"}), 1);
-    EXPECT_EQ(errorsWith({"released twice"}), 1);
-    int notMine = 0;
-    MAN_ExpPFree(&notMine);
-    EXPECT_EQ(errorsWith({"not the message being delivered"}), 1);
+    std::string log = GetParam().log;
+    char raw[32];
+    std::snprintf(raw, sizeof raw, "%p", g_raw);
+    for (const auto& token : {std::make_pair("{raw}", std::string(raw)), std::make_pair("{ipc}", ipc)})
+        if (log.find(token.first) != std::string::npos)
+            log.replace(log.find(token.first), 5, token.second);
+    EXPECT_EQ(g_log, log);
+    ASSERT_EQ(cManIO.SendLocal(message(0x68), 11), MAN_OK);
+    PLT_Drain();
+    EXPECT_EQ(got(1).back(), std::string("\0\0\0\x68", 4)) << "task B goes on";
 }
 
-TEST_F(Working, IpcDirectoryMustBePrivate)
+INSTANTIATE_TEST_SUITE_P(Working, Mistakes, ::testing::ValuesIn(kMistakes),
+                         [](const ::testing::TestParamInfo<Mistake>& info) { return std::string(info.param.name); });
+
+TEST_F(Working, NoTaskToSendFromAndAnIpcDirectoryOthersCanEnterAreRefused)
 {
+    EXPECT_EQ(cManIO.SendIpc(message(5), nullptr, "B@Local"), MAN_E_NOTASK);
     struct stat st;
     ASSERT_EQ(::stat(ipc.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
     ASSERT_EQ(::chmod(ipc.c_str(), 0755), 0);
     EXPECT_EQ(PLT_SetIpcDir(ipc), MAN_E_IO);
+    EXPECT_EQ(g_log, std::string(kErr) + "SendIpc: no task to send from to B@Local\n" + kErr + "setIpcDirLocked: IPC directory " + ipc +
+                         " refused: must be a directory of this user with mode 0700\n");
 }
 
-/* ---- terminal and log --------------------------------------------------- */
+/* A task that does not keep up holds a bounded queue: the rest wait in its
+ * socket, and the sender is pushed back. Nothing taken is lost. */
+class Queue : public Working, public ::testing::WithParamInterface<std::pair<std::size_t, std::size_t>> {};
 
-int g_lines = 0;
-std::string g_terminal;
+TEST_P(Queue, OfABusyTaskIsBoundedAndLosesNothing)
+{
+    PLT_SetQueueLimits(GetParam().first, GetParam().second);
+    startTwo();
+    {
+        std::lock_guard<std::mutex> lock(g_mu);
+        g_open = false;
+    }
+    ASSERT_EQ(cManIO.SendLocal(message(HOLD), 11), MAN_OK);
+    ASSERT_TRUE(waitFor(1, 2));
+    CManMessage big;
+    big.Create(0x6A, 0, 0);
+    big.addString(std::string(16 << 10, 'x'));
+    std::size_t accepted = 0;
+    while (accepted < 1000 && sendRaw(bytesOf(big)))
+        accepted++;
+    EXPECT_LT(accepted, 100u) << "the sender was pushed back";
+    EXPECT_EQ(countOf(g_log, "task B: queue full"), 1u) << "once for the burst";
+    {
+        std::lock_guard<std::mutex> lock(g_mu);
+        g_open = true;
+    }
+    g_cv.notify_all();
+    EXPECT_TRUE(waitFor(1, 2 + accepted)) << "every datagram taken arrives";
+    PLT_Drain();
+    EXPECT_EQ(got(1).size(), 2 + accepted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Working, Queue,
+                         ::testing::Values(std::make_pair(std::size_t{4}, std::size_t{1} << 20),
+                                           std::make_pair(std::size_t{1000}, std::size_t{64} << 10)),
+                         [](const ::testing::TestParamInfo<std::pair<std::size_t, std::size_t>>& info) {
+                             return info.index == 0 ? std::string("InMessages") : std::string("InBytes");
+                         });
+
+/* Short of file descriptors, creating a task fails with a code at whichever
+ * step runs out, logs why, and leaves no descriptor behind. */
+TEST_F(Working, TaskCreationShortOfDescriptorsFailsWithACode)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' runtime needs descriptors of its own";
+#endif
+    rlimit saved;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    close(peer);
+    peer = dup(2);   // the lowest free descriptor, kept open so that TearDown closes something
+    const rlim_t lowest = static_cast<rlim_t>(peer) + 1;
+    int failed = 0;
+    for (rlim_t limit = lowest; limit < lowest + 12; limit++) {
+        rlimit low = {limit, saved.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+        const int code = MAN_ExpTCreate("A", &TaskIdTbl[10], 0, taskCallback<0>);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+        EXPECT_TRUE(code == MAN_OK || code == MAN_E_IO) << limit << ": " << code;
+        EXPECT_EQ(g_log.empty(), code == MAN_OK) << limit << ": " << g_log;
+        failed += code != MAN_OK;
+        PLT_Shutdown();
+        g_log.clear();
+        const int next = dup(2);
+        close(next);
+        EXPECT_EQ(next, static_cast<int>(lowest)) << "descriptors left behind at limit " << limit;
+        ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
+    }
+    EXPECT_GT(failed, 0);
+    EXPECT_LT(failed, 12) << "the task needs more descriptors than tried";
+}
 
 TEST_F(Working, TerminalEntersAndLeavesConsoles)
 {
-    g_lines = 0;
-    g_terminal.clear();
-    PLT_SetTerminalSink([](const char* bytes, std::size_t length) { g_terminal.append(bytes, length); });
+    static std::string shown, lines;
+    PLT_SetTerminalSink([](const char* bytes, std::size_t length) { shown.append(bytes, length); });
     auto interpreter = [](const char* line) {
-        g_lines++;
+        lines += std::string(line) + "|";
         if (std::strcmp(line, "exit") == 0)
             DTM_ExpReturn();
         return 7;
     };
     ASSERT_EQ(DTM_ExpRegister("kivo", "test console", interpreter), MAN_OK);
     EXPECT_EQ(DTM_ExpRegister("kivo", "again", interpreter), MAN_E_STATE);
-    EXPECT_EQ(PLT_TerminalLine("nosuch"), 0);
-    EXPECT_EQ(g_terminal, "unknown console: nosuch\n");
-    EXPECT_EQ(PLT_TerminalLine("  kivo \n"), 0);
-    EXPECT_EQ(PLT_CurrentConsole(), "kivo");
-    EXPECT_EQ(PLT_TerminalLine("kivo"), 7);   // inside, even its own name goes to it
-    EXPECT_EQ(PLT_TerminalLine("exit"), 7);
-    EXPECT_EQ(PLT_CurrentConsole(), "");
-    EXPECT_EQ(g_lines, 2);
+    std::string results;
+    for (const char* line : {"nosuch", "  kivo \n", "kivo", "exit", "exit"}) {
+        results += std::to_string(PLT_TerminalLine(line));
+        results += PLT_CurrentConsole() + " ";
+    }
     PLT_SetTerminalSink(nullptr);
+    EXPECT_EQ(results, "0 0kivo 7kivo 7 0 ");
+    EXPECT_EQ(lines, "kivo|exit|") << "inside, even its own name goes to it";
+    EXPECT_EQ(shown, "unknown console: nosuch\nunknown console: exit\n");
 }
 
 TEST_F(Working, LogRecordsAreFormattedWhole)

@@ -1,7 +1,8 @@
 /*
- * Test harness: a private temporary directory, a real program with its input
- * on a pipe, and a raw datagram peer in the IPC directory. Every wait is
- * bounded and polls for a condition.
+ * Test harness: a private temporary directory, and a real program with its
+ * input on a pipe and its output in files, or with all three on a
+ * pseudo-terminal as a person at a keyboard has them. Every wait is bounded
+ * and polls for a condition.
  */
 #ifndef TESTS_PROCESS_UTIL_H
 #define TESTS_PROCESS_UTIL_H
@@ -10,7 +11,6 @@
 #include <stdlib.h>
 #include <sys/types.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -41,77 +41,42 @@ private:
 /* Occurrences of `needle` in `text`. */
 std::size_t countOf(const std::string& text, const std::string& needle);
 
-/* A running program with a pipe on its standard input; its standard output
- * and error go to files of its own. The destructor ends it as finish(true)
- * does. */
+/* A running program; `env` adds NAME=value settings to its environment. On
+ * a terminal its standard error shows on the same screen as its output. The
+ * destructor ends it as finish(true) does. */
 class Program {
 public:
-    explicit Program(const std::vector<std::string>& argv);
+    explicit Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+                     bool terminal = false);
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
     pid_t pid() const { return pid_; }
-    /* Writes `line` and a newline to standard input. */
-    void send(const std::string& line);
+    /* Types `line` and a line end. */
+    void send(const std::string& line) { type(line + "\n"); }
     /* Waits until standard output (error) holds `needle` at least `count`
      * times; false after kWaitMs. */
-    bool waitOut(const std::string& needle, std::size_t count = 1) const { return waitFor(outFd_, needle, count); }
-    bool waitErr(const std::string& needle, std::size_t count = 1) const { return waitFor(errFd_, needle, count); }
-    std::string out() const { return contents(outFd_); }
-    std::string err() const { return contents(errFd_); }
-    /* Closes standard input (and sends SIGTERM when `terminate`), then waits
-     * for the end: the exit code, or -1 when it was killed by a signal or
-     * did not end within kWaitMs. */
+    bool waitOut(const std::string& needle, std::size_t count = 1);
+    bool waitErr(const std::string& needle, std::size_t count = 1);
+    std::string out();
+    std::string err() { return errFd_ >= 0 ? contents(errFd_) : out(); }
+    /* Ends the input (and sends SIGTERM when `terminate`), then waits for
+     * the end: the exit code, or -1 when it was killed by a signal or did
+     * not end within kWaitMs. */
     int finish(bool terminate = false);
 
 private:
     pid_t pid_ = -1;
-    int in_ = -1;
-    int outFd_;
-    int errFd_;
+    int in_ = -1;   // the pipe to standard input, or the terminal's master side
+    int outFd_ = -1;
+    int errFd_ = -1;
     int exitCode_ = -1;
     bool ended_ = false;
+    std::string screen_;
 
+    void type(const std::string& keys);
     static std::string contents(int fd);
-    static bool waitFor(int fd, const std::string& needle, std::size_t count);
-};
-
-/* Runs a program with empty input to its end. */
-struct Ran {
-    int code;
-    std::string out;
-    std::string err;
-};
-Ran runToEnd(const std::vector<std::string>& argv);
-
-/* Runs a program with `input` on its standard input and its standard
- * output on a terminal (a pseudo-terminal), until that output holds `until`
- * or kWaitMs have passed; returns what the terminal received. */
-std::string onTerminal(const std::vector<std::string>& argv, const std::string& input, const std::string& until);
-
-/* A datagram socket bound at <dir>/<name>, outside the platform: it sends
- * whatever bytes it is given, what a task never would. */
-class Peer {
-public:
-    Peer(const std::string& dir, const std::string& name);
-    ~Peer();
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
-
-    /* Sends `bytes` as one datagram to <dir>/<to>. */
-    bool send(const std::string& to, const std::string& bytes);
-    /* The next datagram, "" when none came within kWaitMs; `from` gets the
-     * sender's path. */
-    std::string receive(std::string* from = nullptr);
-
-    /* The bytes of a message: primitive, then one string field. */
-    static std::string message(uint32_t primitive, const std::string& text);
-
-private:
-    std::string dir_;
-    std::string path_;
-    int fd_ = -1;
 };
 
 #endif
