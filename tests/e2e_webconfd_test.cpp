@@ -67,7 +67,7 @@ protected:
         argv.insert(argv.begin(), {WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc});
         daemon.reset();   // before the next one takes its address
         daemon.reset(new Program(argv));
-        ASSERT_TRUE(daemon->waitErr("serving")) << daemon->err();
+        ASSERT_TRUE(daemon->waitOut("serving")) << daemon->out();
     }
 
     /* The query timer is 5000 units: 10 s by default, never reached while
@@ -114,7 +114,8 @@ TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
     run("del 0", "Result:642 acknowledge\n");
     EXPECT_EQ(search("name Wef"), kHeader);
     EXPECT_EQ(host->finish(), 0);
-    EXPECT_EQ(host->err(), "") << "no error, no cache-clear notice for its own changes";
+    EXPECT_EQ(countOf(host->out(), "\nINFO ") + countOf(host->out(), "\nERROR "), 0u)
+        << "no error, no cache-clear notice for its own changes";
 }
 
 /* A killed daemon leaves its socket behind: the host's send to it fails and
@@ -128,7 +129,7 @@ TEST_F(E2E, SearchWithTheDaemonKilledEndsByItsTimer)
     const std::string output = run("name W", kFinished);
     EXPECT_EQ(tableOf(output), kHeader);
     EXPECT_NE(output.find("Timeout:676 query 0 finished by timer\n"), npos) << output;
-    EXPECT_NE(host->err().find("send to webconfd@Local failed"), npos) << host->err();
+    EXPECT_NE(host->out().find("send to webconfd@Local failed"), npos) << host->out();
 
     startDaemon();
     EXPECT_EQ(search("id 7"), kFischer);
@@ -142,11 +143,11 @@ TEST_F(E2E, ReplyToAnEndedHostDoesNotReachTheNextOne)
     startDaemon({"--fault-delay-ms", "1500", "--verbose"});
     startHost();
     host->send("name W");
-    ASSERT_TRUE(daemon->waitErr("query 0 from kivo@Local")) << daemon->err();
+    ASSERT_TRUE(daemon->waitOut("query 0 from kivo@Local")) << daemon->out();
     EXPECT_EQ(host->finish(), 0);
     startHost("2000", dir.path() + "/x/../ipc/");
     EXPECT_EQ(search("id 7"), kFischer);
-    EXPECT_EQ(daemon->err().find("without return address"), npos) << daemon->err();
+    EXPECT_EQ(daemon->out().find("without return address"), npos) << daemon->out();
 }
 
 /* At a terminal the host reads with a line editor: the up arrow recalls a

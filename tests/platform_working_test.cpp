@@ -1,22 +1,18 @@
 // The working platform in one process: tasks on threads, real sockets in a
-// private directory, timers, bounded queues and what is logged when a caller
-// or a peer does wrong.
+// private directory, timers, bounded queues, and what is logged when a
+// caller, a callback or a peer does wrong.
 #include <gtest/gtest.h>
-
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <functional>
 #include <mutex>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "platform/dtm.h"
 #include "platform/log.h"
@@ -36,8 +32,8 @@ std::condition_variable g_cv;
 bool g_open = true;                  // a HOLD message keeps its task until this is set
 std::vector<std::string> g_got[2];   // what tasks A and B received: "start" or the bytes
 std::string g_source;                // the sender of the last message
-std::string g_log;                   // every record: "ERROR platform function: text\n"
-void* g_raw = nullptr;               // the raw message of FREE_TWICE
+std::string g_log;                   // "ERROR platform function: text\n" for each record
+void* g_raw = nullptr;               // the last raw message
 
 template <int N>
 void taskCallback(int event, unsigned primitive, void* raw)
@@ -52,34 +48,30 @@ void taskCallback(int event, unsigned primitive, void* raw)
         g_raw = raw;
     }
     g_cv.notify_all();
-    if (event != MAN_EVENT_MESSAGE)
-        return;
-    lock.unlock();
+    g_cv.wait_for(lock, std::chrono::seconds(30), [&] { return primitive != HOLD || g_open; });
+    lock.unlock();   // what follows logs
     if (primitive == THROW_STD)
         throw std::runtime_error("boom");
     if (primitive == THROW_OTHER)
         throw 42;
-    if (primitive == HOLD) {
-        lock.lock();
-        g_cv.wait_for(lock, std::chrono::seconds(30), [] { return g_open; });
-        lock.unlock();
-    }
-    if (primitive != KEEP)
+    if (event == MAN_EVENT_MESSAGE && primitive != KEEP)
         MAN_ExpPFree(raw);
     if (primitive == FREE_TWICE)
         MAN_ExpPFree(raw);
 }
 
-std::vector<std::string> got(int task)
+std::vector<std::string> got(int task, std::size_t atLeast = 0)
 {
-    std::lock_guard<std::mutex> lock(g_mu);
+    std::unique_lock<std::mutex> lock(g_mu);
+    g_cv.wait_for(lock, std::chrono::seconds(30), [&] { return g_got[task].size() >= atLeast; });
     return g_got[task];
 }
 
-bool waitFor(int task, std::size_t n)
+void setOpen(bool open)
 {
-    std::unique_lock<std::mutex> lock(g_mu);
-    return g_cv.wait_for(lock, std::chrono::seconds(30), [&] { return g_got[task].size() >= n; });
+    std::lock_guard<std::mutex> lock(g_mu);
+    g_open = open;
+    g_cv.notify_all();
 }
 
 std::string bytesOf(const CManMessage& m)
@@ -91,8 +83,8 @@ class Working : public ::testing::Test {
 public:
     void SetUp() override
     {
-        for (auto& box : g_got)
-            box.clear();
+        g_got[0].clear();
+        g_got[1].clear();
         g_log.clear();
         PLT_SetLogSink([](int level, const char* file, const char* function, int, const char* text) {
             std::lock_guard<std::mutex> lock(g_mu);
@@ -103,55 +95,38 @@ public:
         // A socket outside the platform, which sends whatever it is given.
         sockaddr_un at = address("peer@Local");
         timeval wait{0, 300000};   // how long a pushed-back send waits
-        peer = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ASSERT_EQ(bind(peer, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
         setsockopt(peer, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
+        ASSERT_EQ(bind(peer, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
     }
-
     void TearDown() override
     {
-        {
-            std::lock_guard<std::mutex> lock(g_mu);
-            g_open = true;
-        }
-        g_cv.notify_all();
+        setOpen(true);
         close(peer);
         PLT_Shutdown();
         PLT_SetQueueLimits(0, 0);
         PLT_SetLogSink(nullptr);
     }
 
-    sockaddr_un address(const std::string& name)
+    sockaddr_un address(const char* name)
     {
         sockaddr_un a{};
         a.sun_family = AF_UNIX;
-        std::snprintf(a.sun_path, sizeof a.sun_path, "%s/%s", ipc.c_str(), name.c_str());
+        std::snprintf(a.sun_path, sizeof a.sun_path, "%s/%s", ipc.c_str(), name);
         return a;
     }
-    bool sendRaw(const std::string& bytes)
+    // 0 when `bytes` went to task B as one datagram.
+    int sendRaw(const std::string& bytes)
     {
         sockaddr_un to = address("B@Local");
         return sendto(peer, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
-               static_cast<ssize_t>(bytes.size());
+                       static_cast<ssize_t>(bytes.size()) ? 0 : -1;
     }
-    // The next datagram to the peer; `from` gets the sender's file name.
-    std::string receive(std::string* from)
-    {
-        std::string bytes(MAN_MAX_MSG, '\0');
-        sockaddr_un sender{};
-        socklen_t length = sizeof sender;
-        const ssize_t n = recvfrom(peer, &bytes[0], bytes.size(), 0, reinterpret_cast<sockaddr*>(&sender), &length);
-        *from = n >= 0 ? std::string(sender.sun_path).substr(ipc.size() + 1) : "";
-        return bytes.substr(0, n > 0 ? static_cast<std::size_t>(n) : 0);
-    }
-
     // Tasks A (index 10) and B (index 11).
     void startTwo()
     {
         ASSERT_EQ(MAN_ExpTCreate("A", &TaskIdTbl[10], 0, taskCallback<0>), MAN_OK);
         ASSERT_EQ(MAN_ExpTCreate("B", &TaskIdTbl[11], 0, taskCallback<1>), MAN_OK);
     }
-
     CManMessage& message(unsigned primitive)
     {
         msg.Create(primitive, 0, 0);
@@ -160,13 +135,13 @@ public:
 
     TempDir dir;
     const std::string ipc = dir.path() + "/ipc";
-    int peer = -1;
+    int peer = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     CManMessage msg;
 };
 
 /* A message arrives whole and after its task's start; a server answers the
  * sender's own instance; a timer keeps its own copy; a datagram leaves from
- * the named task's instance or else the first task's. */
+ * the named task's instance, or else the first task's. */
 TEST_F(Working, MessagesArriveWholeFromTheSendersInstance)
 {
     startTwo();
@@ -182,16 +157,16 @@ TEST_F(Working, MessagesArriveWholeFromTheSendersInstance)
     ASSERT_EQ(cManIO.SendIpc(m, "B@Local", source.c_str()), MAN_OK);
     ASSERT_EQ(cManIO.TimerLocal(m, 11, 5), MAN_OK);
     m.Delete();
-    ASSERT_TRUE(waitFor(1, 3));
-    PLT_Drain();
-    EXPECT_EQ(got(0), (std::vector<std::string>{"start", sent}));
-    EXPECT_EQ(got(1), (std::vector<std::string>{"start", sent, sent}));
+    EXPECT_EQ(got(1, 3), (std::vector<std::string>{"start", sent, sent}));
+    EXPECT_EQ(got(0, 2), (std::vector<std::string>{"start", sent}));
 
-    std::string from;
+    char bytes[8];
+    sockaddr_un from;
     for (const char* source : {"B@Local", "other@Local", static_cast<const char*>(nullptr)}) {
+        socklen_t length = sizeof from;
         ASSERT_EQ(cManIO.SendIpc(message(5), source, "peer@Local"), MAN_OK);
-        EXPECT_EQ(receive(&from), std::string("\0\0\0\5", 4));
-        EXPECT_EQ(from.substr(0, 8), source && source[0] == 'B' ? "B@Local." : "A@Local.") << from;
+        ASSERT_EQ(recvfrom(peer, bytes, sizeof bytes, 0, reinterpret_cast<sockaddr*>(&from), &length), 4);
+        EXPECT_EQ(std::string(from.sun_path).substr(ipc.size(), 9), source && *source == 'B' ? "/B@Local." : "/A@Local.");
     }
     EXPECT_EQ(g_log, "");
 }
@@ -206,49 +181,54 @@ struct Mistake {
 };
 void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
-class Mistakes : public Working, public ::testing::WithParamInterface<Mistake> {};
+int create(const char* name, int* slot, MAN_TaskCallback callback = taskCallback<0>)
+{
+    return MAN_ExpTCreate(name, slot, 0, callback);
+}
 
-const char kErr[] = "ERROR platform ";
+int g_id;
 const Mistake kMistakes[] = {
-    {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback<0>); }, MAN_E_FORMAT, ""},
-    {"LongName", [](Working&) { return MAN_ExpTCreate(std::string(32, 'a').c_str(), &TaskIdTbl[12], 0, taskCallback<0>); }, MAN_E_FORMAT, ""},
-    {"NoCallback", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[12], 0, nullptr); }, MAN_E_FORMAT, ""},
-    {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback<0>); }, MAN_E_STATE, ""},
-    {"NameTaken", [](Working&) { static int id; return MAN_ExpTCreate("B", &id, 0, taskCallback<0>); }, MAN_E_STATE, ""},
+    {"NameWithSlash", [](Working&) { return create("a/b", &TaskIdTbl[12]); }, MAN_E_FORMAT, ""},
+    {"LongName", [](Working&) { return create(std::string(32, 'a').c_str(), &TaskIdTbl[12]); }, MAN_E_FORMAT, ""},
+    {"NoCallback", [](Working&) { return create("C", &TaskIdTbl[12], nullptr); }, MAN_E_FORMAT, ""},
+    {"IndexTaken", [](Working&) { return create("C", &TaskIdTbl[11]); }, MAN_E_STATE, ""},
+    {"NameTaken", [](Working&) { return create("B", &g_id); }, MAN_E_STATE, ""},
     {"IpcDirAfterTasks", [](Working& w) { return PLT_SetIpcDir(w.ipc + "2"); }, MAN_E_STATE, ""},
     {"SendToNobody", [](Working& w) { return cManIO.SendIpc(w.message(5), nullptr, "nobody@Local"); }, MAN_E_IO,
-     std::string(kErr) + "SendIpc: send to nobody@Local failed: No such file or directory\n"},
+     "SendIpc: send to nobody@Local failed: No such file or directory"},
     {"SendToNoAddress", [](Working& w) { return cManIO.SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
-     std::string(kErr) + "SendIpc: invalid IPC address nobody\n"},
+     "SendIpc: invalid IPC address nobody"},
     {"SendNothing", [](Working&) { CManMessage none; return cManIO.SendIpc(none, nullptr, "B@Local"); }, MAN_E_STATE, ""},
     {"LocalToNoTask", [](Working& w) { return cManIO.SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
     {"TimerToNoTask", [](Working& w) { return cManIO.TimerLocal(w.message(5), 12, 1); }, MAN_E_NOTASK, ""},
     {"CallbackThrows", [](Working& w) { return cManIO.SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
-     std::string(kErr) + "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom\n"},
+     "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom"},
     {"CallbackThrowsNoException", [](Working& w) { return cManIO.SendLocal(w.message(THROW_OTHER), 11); }, MAN_OK,
-     std::string(kErr) + "runCallback: task B: callback threw on event 0 primitive 0x0000ee02\n"},
+     "runCallback: task B: callback threw on event 0 primitive 0x0000ee02"},
     {"CallbackKeepsMessage", [](Working& w) { return cManIO.SendLocal(w.message(KEEP), 11); }, MAN_OK,
-     std::string(kErr) + "deliver: task B did not release message 0x0000ee03\n"},
+     "deliver: task B did not release message 0x0000ee03"},
     {"CallbackFreesTwice", [](Working& w) { return cManIO.SendLocal(w.message(FREE_TWICE), 11); }, MAN_OK,
-     std::string(kErr) + "MAN_ExpPFree: message {raw} released twice, ignored\n"},
-    {"FreeOfAStranger", [](Working&) { g_raw = &g_raw; MAN_ExpPFree(g_raw); return 0; }, MAN_OK,
-     std::string(kErr) + "MAN_ExpPFree: message {raw} is not the message being delivered, ignored\n"},
-    {"DatagramTooLong", [](Working& w) { return w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0')) ? 0 : -1; }, MAN_OK,
-     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local longer than 65536 bytes, dropped\n"},
-    {"DatagramTooShort", [](Working& w) { return w.sendRaw(std::string("\0\0\1", 3)) ? 0 : -1; }, MAN_OK,
-     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local shorter than 4 bytes, dropped\n"},
-    {"DatagramMalformed", [](Working& w) { return w.sendRaw(std::string("\0\0\0\x66\x07\0\0\0\1", 9)) ? 0 : -1; }, MAN_OK,
-     std::string(kErr) + "receiveFrom: datagram for B from {ipc}/peer@Local (9 bytes) malformed, dropped\n"},
+     "MAN_ExpPFree: message {raw} released twice, ignored"},
+    {"FreeOfAStranger", [](Working&) { MAN_ExpPFree(g_raw = &g_id); return 0; }, MAN_OK,
+     "MAN_ExpPFree: message {raw} is not the message being delivered, ignored"},
+    {"DatagramTooLong", [](Working& w) { return w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0')); }, MAN_OK,
+     "receiveFrom: datagram for B from {ipc}/peer@Local longer than 65536 bytes, dropped"},
+    {"DatagramTooShort", [](Working& w) { return w.sendRaw(std::string("\0\0\1", 3)); }, MAN_OK,
+     "receiveFrom: datagram for B from {ipc}/peer@Local shorter than 4 bytes, dropped"},
+    {"DatagramMalformed", [](Working& w) { return w.sendRaw(std::string("\0\0\0\x66\x07\0\0\0\1", 9)); }, MAN_OK,
+     "receiveFrom: datagram for B from {ipc}/peer@Local (9 bytes) malformed, dropped"},
 };
+
+class Mistakes : public Working, public ::testing::WithParamInterface<Mistake> {};
 
 TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
 {
     startTwo();
     EXPECT_EQ(GetParam().call(*this), GetParam().code);
     PLT_Drain();   // the dispatcher logs after the callback returns
-    std::string log = GetParam().log;
     char raw[32];
     std::snprintf(raw, sizeof raw, "%p", g_raw);
+    std::string log = GetParam().log.empty() ? "" : "ERROR platform " + GetParam().log + "\n";
     for (const auto& token : {std::make_pair("{raw}", std::string(raw)), std::make_pair("{ipc}", ipc)})
         if (log.find(token.first) != std::string::npos)
             log.replace(log.find(token.first), 5, token.second);
@@ -258,8 +238,8 @@ TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
     EXPECT_EQ(got(1).back(), std::string("\0\0\0\x68", 4)) << "task B goes on";
 }
 
-INSTANTIATE_TEST_SUITE_P(Working, Mistakes, ::testing::ValuesIn(kMistakes),
-                         [](const ::testing::TestParamInfo<Mistake>& info) { return std::string(info.param.name); });
+const auto byName = [](const auto& info) { return std::string(info.param.name); };
+INSTANTIATE_TEST_SUITE_P(Working, Mistakes, ::testing::ValuesIn(kMistakes), byName);
 
 TEST_F(Working, NoTaskToSendFromAndAnIpcDirectoryOthersCanEnterAreRefused)
 {
@@ -269,48 +249,39 @@ TEST_F(Working, NoTaskToSendFromAndAnIpcDirectoryOthersCanEnterAreRefused)
     EXPECT_EQ(st.st_mode & 0777, 0700u);
     ASSERT_EQ(::chmod(ipc.c_str(), 0755), 0);
     EXPECT_EQ(PLT_SetIpcDir(ipc), MAN_E_IO);
-    EXPECT_EQ(g_log, std::string(kErr) + "SendIpc: no task to send from to B@Local\n" + kErr + "setIpcDirLocked: IPC directory " + ipc +
-                         " refused: must be a directory of this user with mode 0700\n");
+    EXPECT_EQ(g_log, "ERROR platform SendIpc: no task to send from to B@Local\nERROR platform setIpcDirLocked: IPC "
+                     "directory " + ipc + " refused: must be a directory of this user with mode 0700\n");
 }
 
 /* A task that does not keep up holds a bounded queue: the rest wait in its
  * socket, and the sender is pushed back. Nothing taken is lost. */
-class Queue : public Working, public ::testing::WithParamInterface<std::pair<std::size_t, std::size_t>> {};
+struct Limit {
+    const char* name;
+    std::size_t messages, bytes;
+};
+void PrintTo(const Limit& l, std::ostream* os) { *os << l.name; }
+class Queue : public Working, public ::testing::WithParamInterface<Limit> {};
 
 TEST_P(Queue, OfABusyTaskIsBoundedAndLosesNothing)
 {
-    PLT_SetQueueLimits(GetParam().first, GetParam().second);
+    PLT_SetQueueLimits(GetParam().messages, GetParam().bytes);
+    setOpen(false);
     startTwo();
-    {
-        std::lock_guard<std::mutex> lock(g_mu);
-        g_open = false;
-    }
     ASSERT_EQ(cManIO.SendLocal(message(HOLD), 11), MAN_OK);
-    ASSERT_TRUE(waitFor(1, 2));
-    CManMessage big;
-    big.Create(0x6A, 0, 0);
-    big.addString(std::string(16 << 10, 'x'));
+    ASSERT_EQ(message(0x6A).addString(std::string(16 << 10, 'x')), MAN_OK);
     std::size_t accepted = 0;
-    while (accepted < 1000 && sendRaw(bytesOf(big)))
+    while (accepted < 1000 && sendRaw(bytesOf(msg)) == 0)
         accepted++;
     EXPECT_LT(accepted, 100u) << "the sender was pushed back";
     EXPECT_EQ(countOf(g_log, "task B: queue full"), 1u) << "once for the burst";
-    {
-        std::lock_guard<std::mutex> lock(g_mu);
-        g_open = true;
-    }
-    g_cv.notify_all();
-    EXPECT_TRUE(waitFor(1, 2 + accepted)) << "every datagram taken arrives";
+    setOpen(true);
+    EXPECT_EQ(got(1, 2 + accepted).size(), 2 + accepted) << "every datagram taken arrives";
     PLT_Drain();
     EXPECT_EQ(got(1).size(), 2 + accepted);
 }
 
-INSTANTIATE_TEST_SUITE_P(Working, Queue,
-                         ::testing::Values(std::make_pair(std::size_t{4}, std::size_t{1} << 20),
-                                           std::make_pair(std::size_t{1000}, std::size_t{64} << 10)),
-                         [](const ::testing::TestParamInfo<std::pair<std::size_t, std::size_t>>& info) {
-                             return info.index == 0 ? std::string("InMessages") : std::string("InBytes");
-                         });
+INSTANTIATE_TEST_SUITE_P(Working, Queue, ::testing::Values(Limit{"InMessages", 4, 1 << 20}, Limit{"InBytes", 1000, 64 << 10}),
+                         byName);
 
 /* Short of file descriptors, creating a task fails with a code at whichever
  * step runs out, logs why, and leaves no descriptor behind. */
@@ -321,14 +292,13 @@ TEST_F(Working, TaskCreationShortOfDescriptorsFailsWithACode)
 #endif
     rlimit saved;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-    close(peer);
-    peer = dup(2);   // the lowest free descriptor, kept open so that TearDown closes something
-    const rlim_t lowest = static_cast<rlim_t>(peer) + 1;
+    const int lowest = dup(2);   // the lowest free descriptor
+    close(lowest);
     int failed = 0;
-    for (rlim_t limit = lowest; limit < lowest + 12; limit++) {
-        rlimit low = {limit, saved.rlim_max};
+    for (int limit = lowest; limit < lowest + 12; limit++) {
+        rlimit low = {static_cast<rlim_t>(limit), saved.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
-        const int code = MAN_ExpTCreate("A", &TaskIdTbl[10], 0, taskCallback<0>);
+        const int code = create("A", &TaskIdTbl[10]);
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
         EXPECT_TRUE(code == MAN_OK || code == MAN_E_IO) << limit << ": " << code;
         EXPECT_EQ(g_log.empty(), code == MAN_OK) << limit << ": " << g_log;
@@ -337,7 +307,7 @@ TEST_F(Working, TaskCreationShortOfDescriptorsFailsWithACode)
         g_log.clear();
         const int next = dup(2);
         close(next);
-        EXPECT_EQ(next, static_cast<int>(lowest)) << "descriptors left behind at limit " << limit;
+        EXPECT_EQ(next, lowest) << "descriptors left behind at limit " << limit;
         ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
     }
     EXPECT_GT(failed, 0);
@@ -346,25 +316,20 @@ TEST_F(Working, TaskCreationShortOfDescriptorsFailsWithACode)
 
 TEST_F(Working, TerminalEntersAndLeavesConsoles)
 {
-    static std::string shown, lines;
+    static std::string shown;
     PLT_SetTerminalSink([](const char* bytes, std::size_t length) { shown.append(bytes, length); });
     auto interpreter = [](const char* line) {
-        lines += std::string(line) + "|";
-        if (std::strcmp(line, "exit") == 0)
-            DTM_ExpReturn();
-        return 7;
+        shown += std::string("<") + line + ">";
+        return std::strcmp(line, "exit") == 0 ? DTM_ExpReturn() + 7 : 7;
     };
     ASSERT_EQ(DTM_ExpRegister("kivo", "test console", interpreter), MAN_OK);
     EXPECT_EQ(DTM_ExpRegister("kivo", "again", interpreter), MAN_E_STATE);
-    std::string results;
     for (const char* line : {"nosuch", "  kivo \n", "kivo", "exit", "exit"}) {
-        results += std::to_string(PLT_TerminalLine(line));
-        results += PLT_CurrentConsole() + " ";
+        shown += std::to_string(PLT_TerminalLine(line));
+        shown += PLT_CurrentConsole() + " ";
     }
     PLT_SetTerminalSink(nullptr);
-    EXPECT_EQ(results, "0 0kivo 7kivo 7 0 ");
-    EXPECT_EQ(lines, "kivo|exit|") << "inside, even its own name goes to it";
-    EXPECT_EQ(shown, "unknown console: nosuch\nunknown console: exit\n");
+    EXPECT_EQ(shown, "unknown console: nosuch\n0 0kivo <kivo>7kivo <exit>7 unknown console: exit\n0 ");
 }
 
 TEST_F(Working, LogRecordsAreFormattedWhole)
@@ -378,9 +343,8 @@ TEST_F(Working, LogRecordsAreFormattedWhole)
      * letters in UTF-8 or ISO-8859-1 stay. */
     LOG_ExpError("webconfd", "g", 2, "%s", "a\r\n\x1b]0;x\x07 \x9b\xC2\x9b \xC3\xB6\xF6 \x7f");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "INFO kivoexp KIVO_ExpInit:69 unable to create process iRetCode 5\n"
-              "ERROR kivomain f:1 " + longText + "\n"
-              "ERROR webconfd g:2 a\\x0D\\x0A\\x1B]0;x\\x07 \\x9B\\xC2\\x9B \xC3\xB6\xF6 \\x7F\n");
+              "INFO kivoexp KIVO_ExpInit:69 unable to create process iRetCode 5\nERROR kivomain f:1 " + longText +
+                  "\nERROR webconfd g:2 a\\x0D\\x0A\\x1B]0;x\\x07 \\x9B\\xC2\\x9B \xC3\xB6\xF6 \\x7F\n");
 }
 
 }  // namespace

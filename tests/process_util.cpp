@@ -1,7 +1,4 @@
-/*
- * End-to-end harness: programs with their output in files or on a
- * pseudo-terminal.
- */
+/* End-to-end harness: programs on a pipe or on a pseudo-terminal. */
 #include "process_util.h"
 
 #include <fcntl.h>
@@ -30,15 +27,6 @@ bool within(Condition done)
     return true;
 }
 
-/* A temporary file that exists only as long as its descriptors. */
-int scratchFile()
-{
-    char name[] = "/tmp/kivo-test-out-XXXXXX";
-    const int fd = mkostemp(name, O_CLOEXEC);
-    unlink(name);
-    return fd;
-}
-
 }  // namespace
 
 std::size_t countOf(const std::string& text, const std::string& needle)
@@ -51,30 +39,29 @@ std::size_t countOf(const std::string& text, const std::string& needle)
 
 Program::Program(const std::vector<std::string>& argv, const std::vector<std::string>& env, bool terminal)
 {
-    /* A write to a program that has ended must fail, not kill the test. */
-    signal(SIGPIPE, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);   // a write to a program that has ended fails, and the test goes on
     std::vector<char*> args;
     for (const std::string& a : argv)
         args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
+    char name[] = "/tmp/kivo-test-out-XXXXXX";
     int in[2] = {-1, -1};
+    winsize size = {24, 80, 0, 0};
     if (terminal) {
-        winsize size = {24, 80, 0, 0};
         pid_ = forkpty(&in_, nullptr, nullptr, &size);
-        if (pid_ > 0)
-            fcntl(in_, F_SETFD, FD_CLOEXEC);
-    } else if ((outFd_ = scratchFile()) >= 0 && (errFd_ = scratchFile()) >= 0 && pipe2(in, O_CLOEXEC) == 0) {
+    } else if ((out_ = mkostemp(name, O_CLOEXEC)) >= 0 && unlink(name) == 0 && pipe2(in, O_CLOEXEC) == 0) {
         pid_ = fork();
         in_ = in[1];
     }
     if (pid_ == 0) {
-        if (!terminal && (dup2(in[0], 0) < 0 || dup2(outFd_, 1) < 0 || dup2(errFd_, 2) < 0))
+        if (!terminal && (dup2(in[0], 0) < 0 || dup2(out_, 1) < 0 || dup2(out_, 2) < 0))
             _exit(127);
         for (const std::string& setting : env)
             putenv(const_cast<char*>(setting.c_str()));
         execv(args[0], args.data());
         _exit(127);
     }
+    fcntl(in_, F_SETFD, FD_CLOEXEC);
     if (in[0] >= 0)
         close(in[0]);
 }
@@ -82,9 +69,8 @@ Program::Program(const std::vector<std::string>& argv, const std::vector<std::st
 Program::~Program()
 {
     finish(true);
-    for (int fd : {outFd_, errFd_})
-        if (fd >= 0)
-            close(fd);
+    if (out_ >= 0)
+        close(out_);
 }
 
 /* A line editor reads a terminal in raw mode; keys typed before that meet
@@ -92,11 +78,7 @@ Program::~Program()
 void Program::type(const std::string& keys)
 {
     termios mode;
-    if (outFd_ < 0)
-        within([&] {
-            out();
-            return in_ < 0 || tcgetattr(in_, &mode) != 0 || (mode.c_lflag & ICANON) == 0;
-        });
+    within([&] { return out_ >= 0 || (out(), tcgetattr(in_, &mode) != 0 || (mode.c_lflag & ICANON) == 0); });
     for (std::size_t done = 0; in_ >= 0 && done < keys.size();) {
         const ssize_t n = write(in_, keys.data() + done, keys.size() - done);
         if (n <= 0)
@@ -105,27 +87,18 @@ void Program::type(const std::string& keys)
     }
 }
 
-/* The program writes at its own offset; pread leaves that alone. */
-std::string Program::contents(int fd)
-{
-    std::string text;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0)
-        text.append(buffer, static_cast<std::size_t>(n));
-    return text;
-}
-
-/* On a terminal, what the program wrote is read off as it comes, or the
- * program would stop at a full terminal. */
+/* The program writes its file at its own offset, which pread leaves alone.
+ * A terminal is read off as the program writes, or it would stop when the
+ * terminal is full. */
 std::string Program::out()
 {
-    if (outFd_ >= 0)
-        return contents(outFd_);
-    pollfd p = {in_, POLLIN, 0};
     char buffer[4096];
     ssize_t n;
-    while (in_ >= 0 && poll(&p, 1, 0) == 1 && (n = read(in_, buffer, sizeof buffer)) > 0)
+    pollfd p = {in_, POLLIN, 0};
+    if (out_ >= 0)
+        screen_.clear();
+    while (out_ >= 0 ? (n = pread(out_, buffer, sizeof buffer, static_cast<off_t>(screen_.size()))) > 0
+                     : in_ >= 0 && poll(&p, 1, 0) == 1 && (n = read(in_, buffer, sizeof buffer)) > 0)
         screen_.append(buffer, static_cast<std::size_t>(n));
     return screen_;
 }
@@ -135,36 +108,26 @@ bool Program::waitOut(const std::string& needle, std::size_t count)
     return within([&] { return countOf(out(), needle) >= count; });
 }
 
-bool Program::waitErr(const std::string& needle, std::size_t count)
-{
-    return within([&] { return countOf(err(), needle) >= count; });
-}
-
 int Program::finish(bool terminate)
 {
-    if (ended_ || pid_ <= 0)
+    if (pid_ <= 0)
         return exitCode_;
-    ended_ = true;
-    if (outFd_ >= 0) {
-        close(in_);
-        in_ = -1;
-    } else if (!terminate) {
+    if (out_ < 0 && !terminate)
         type("\004");   // the end of input, on an empty line
-    }
+    if (out_ >= 0)
+        close(in_);
     if (terminate)
         kill(pid_, SIGTERM);
     int status = 0;
-    if (!within([&] {
-            out();
-            return waitpid(pid_, &status, WNOHANG) == pid_;
-        })) {
+    if (!within([&] { return out(), waitpid(pid_, &status, WNOHANG) == pid_; })) {
         kill(pid_, SIGKILL);
         waitpid(pid_, &status, 0);
     } else if (WIFEXITED(status)) {
         exitCode_ = WEXITSTATUS(status);
     }
-    if (in_ >= 0)
-        close(in_);
+    out();
+    close(in_);
     in_ = -1;
+    pid_ = -1;
     return exitCode_;
 }

@@ -1,9 +1,4 @@
-/*
- * Test harness: a private temporary directory, and a real program with its
- * input on a pipe and its output in files, or with all three on a
- * pseudo-terminal as a person at a keyboard has them. Every wait is bounded
- * and polls for a condition.
- */
+/* Test harness: a private temporary directory, and a real program. */
 #ifndef TESTS_PROCESS_UTIL_H
 #define TESTS_PROCESS_UTIL_H
 
@@ -41,9 +36,9 @@ private:
 /* Occurrences of `needle` in `text`. */
 std::size_t countOf(const std::string& text, const std::string& needle);
 
-/* A running program; `env` adds NAME=value settings to its environment. On
- * a terminal its standard error shows on the same screen as its output. The
- * destructor ends it as finish(true) does. */
+/* A running program, its input on a pipe and its output and errors in one
+ * file, or all three on a pseudo-terminal as at a keyboard; `env` adds
+ * NAME=value settings. The destructor ends it as finish(true) does. */
 class Program {
 public:
     explicit Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
@@ -53,30 +48,22 @@ public:
     Program& operator=(const Program&) = delete;
 
     pid_t pid() const { return pid_; }
-    /* Types `line` and a line end. */
     void send(const std::string& line) { type(line + "\n"); }
-    /* Waits until standard output (error) holds `needle` at least `count`
-     * times; false after kWaitMs. */
-    bool waitOut(const std::string& needle, std::size_t count = 1);
-    bool waitErr(const std::string& needle, std::size_t count = 1);
     std::string out();
-    std::string err() { return errFd_ >= 0 ? contents(errFd_) : out(); }
-    /* Ends the input (and sends SIGTERM when `terminate`), then waits for
-     * the end: the exit code, or -1 when it was killed by a signal or did
-     * not end within kWaitMs. */
+    /* Whether the output came to hold `needle` `count` times within kWaitMs. */
+    bool waitOut(const std::string& needle, std::size_t count = 1);
+    /* Ends its input (and sends SIGTERM), then the exit code, or -1 when it
+     * was killed or did not end. */
     int finish(bool terminate = false);
 
 private:
     pid_t pid_ = -1;
-    int in_ = -1;   // the pipe to standard input, or the terminal's master side
-    int outFd_ = -1;
-    int errFd_ = -1;
+    int in_ = -1;    // the pipe to standard input, or the terminal
+    int out_ = -1;   // the output file; none on a terminal
     int exitCode_ = -1;
-    bool ended_ = false;
     std::string screen_;
 
     void type(const std::string& keys);
-    static std::string contents(int fd);
 };
 
 #endif
