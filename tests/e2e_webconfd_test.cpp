@@ -78,7 +78,6 @@ TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
                                      " 1) Walther               Gr\xE9goire              29                    vornsyn   \n"
                                      "    '--  0 * 0211 5566 7788                     2 0\n");
     EXPECT_EQ(countOf(host->out(), "Result:525 strResult"), 3u) << "two replies of one contact, then the end";
-    EXPECT_EQ(search("number +49(0)711/98765-0"), kFischer) << "another writing of its first number";
     run("add 1", kAcknowledged);
     EXPECT_EQ(search("name Wef"), kHeader +
                                       " 0) Wefer                 Tilmo                 41                    vornsyn   \n"
@@ -90,34 +89,29 @@ TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
         << "no log record: no error, no cache-clear notice for its own changes";
 }
 
-/* A killed daemon leaves its socket behind: the host's send fails and the
- * query timer ends the search; the next daemon takes the address over. */
-TEST_F(E2E, SearchWithTheDaemonKilledEndsByItsTimer)
+/* Every program has its own address. Query ids start at 0 in every host, so
+ * a reply meant for a host that has ended must not answer the next one,
+ * whose directory is written another way. A killed daemon leaves its socket
+ * behind: the host's send fails, the query timer ends the search, and the
+ * next daemon takes the address over. */
+TEST_F(E2E, RepliesGoToTheirOwnHostAndTheTimerAnswersForAKilledDaemon)
 {
-    startDaemon();
-    ASSERT_EQ(kill(daemon->pid(), SIGKILL), 0);
-    EXPECT_EQ(daemon->finish(), -1);
-    startHost("1000");
-    EXPECT_EQ(search("name W"), kHeader);
-    EXPECT_NE(host->out().find("ERROR platform SendIpc"), std::string::npos) << host->out();
-    EXPECT_NE(host->out().find("Timeout:676 query 0 finished by timer\n"), std::string::npos) << host->out();
-    startDaemon();
-    EXPECT_EQ(search("id 7"), kFischer);
-}
-
-/* Query ids start at 0 in every host: a reply meant for a host that has
- * ended must not answer the search of the next one, whose directory is
- * written another way. */
-TEST_F(E2E, ReplyToAnEndedHostDoesNotReachTheNextOne)
-{
-    startDaemon({"--fault-delay-ms", "1500", "--verbose"});
+    startDaemon({"--fault-delay-ms", "1000", "--verbose"});
     startHost();
     host->send("name W");
     ASSERT_TRUE(daemon->waitOut("query 0 from kivo@Local")) << daemon->out();
     EXPECT_EQ(host->finish(), 0);
-    startHost("2000", dir.path() + "/x/../ipc/");
+    startHost("1000", dir.path() + "/x/../ipc/");   // 5 s timer
     EXPECT_EQ(search("id 7"), kFischer);
     EXPECT_EQ(daemon->out().find("without return address"), std::string::npos) << daemon->out();
+
+    ASSERT_EQ(kill(daemon->pid(), SIGKILL), 0);
+    EXPECT_EQ(daemon->finish(), -1);
+    EXPECT_EQ(search("id 7"), kHeader);
+    EXPECT_NE(host->out().find("ERROR platform SendIpc"), std::string::npos) << host->out();
+    EXPECT_NE(host->out().find("Timeout:676 query 1 finished by timer\n"), std::string::npos) << host->out();
+    startDaemon();
+    EXPECT_EQ(search("id 7"), kFischer);
 }
 
 /* At a terminal the host reads with a line editor: the up arrow recalls a

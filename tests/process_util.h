@@ -36,8 +36,8 @@ private:
 /* Occurrences of `needle` in `text`. */
 std::size_t countOf(const std::string& text, const std::string& needle);
 
-/* A running program, its input on a pipe and its output and errors in one
- * file, or all three on a pseudo-terminal as at a keyboard; `env` adds
+/* A running program, its input on one pipe and its output and errors on
+ * another, or all three on a pseudo-terminal as at a keyboard; `env` adds
  * NAME=value settings. The destructor ends it as finish(true) does. */
 class Program {
 public:
@@ -58,10 +58,9 @@ public:
 
 private:
     pid_t pid_ = -1;
-    int in_ = -1;    // the pipe to standard input, or the terminal
-    int out_ = -1;   // the output file; none on a terminal
+    int in_ = -1, out_ = -1;   // the pipes' ends, or twice the terminal
     int exitCode_ = -1;
-    std::string screen_;
+    std::string output_;   // all it wrote so far
 
     void type(const std::string& keys);
 };
