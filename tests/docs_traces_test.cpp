@@ -1,9 +1,6 @@
-/*
- * docs/traces.md has a row for every format text that the output calls of
- * the module, the platform, the daemon and the host write, as the sources
- * spell it, and no other. A "## " heading of the document names its sources
- * as a directory in backticks, e.g. "## The module (`kivo/`)".
- */
+/* docs/traces.md has a row for every format text, as spelled, of the output
+ * calls in the sources that a "## " heading names in backticks ("## The
+ * module (`kivo/`)"), and no other row. */
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -24,17 +21,12 @@ std::string readFile(const fs::path& path)
     return text.str();
 }
 
-bool isIdent(char c)
-{
-    return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-}
-
-/* The tokens of a source: identifiers and numbers, adjacent string literals
- * joined into one token that begins with '"' and holds their text as
- * spelled, "'" for a character literal, and any other character alone.
- * Comments and blanks are left out. */
+/* The tokens of a source without comments and blanks: words, adjacent string
+ * literals joined as '"' and their text as spelled, "'" for a character
+ * literal, and any other character alone. */
 std::vector<std::string> tokens(const std::string& s)
 {
+    auto isIdent = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
     std::vector<std::string> out;
     for (std::size_t i = 0, end; i < s.size(); i = std::max(end, i + 1)) {
         end = i;
@@ -59,8 +51,8 @@ std::vector<std::string> tokens(const std::string& s)
     return out;
 }
 
-/* The format texts that the output calls of the sources under `dir` write:
- * the call's format argument when it is made of string literals only. */
+/* The format arguments made of string literals only of the output calls
+ * under `dir`. */
 std::set<std::string> sourceFormats(const fs::path& dir)
 {
     static const std::map<std::string, std::size_t> formatArgument = {
@@ -95,8 +87,7 @@ std::set<std::string> sourceFormats(const fs::path& dir)
     return formats;
 }
 
-/* The first cells of the document's table rows, by the directory that the
- * section heading names. */
+/* The first cells of the document's table rows, by their section's directory. */
 std::map<std::string, std::set<std::string>> documentedFormats(const std::string& doc)
 {
     std::map<std::string, std::set<std::string>> rows;

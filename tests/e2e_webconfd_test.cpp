@@ -1,10 +1,6 @@
-/*
- * The real programs together in a private directory: webconfd on a new
- * database (so with the sample phonebook) and kivo-host with the module in
- * its kivo console, with the backend's traces on. Only what needs the whole
- * is here: a search and a change over real sockets, the timer when the
- * daemon is gone, each program's own address, the line editor at a terminal.
- */
+/* webconfd on a new database (so with the sample phonebook) and kivo-host in
+ * its kivo console with the backend's traces on, in a private directory:
+ * only what needs the real programs together. */
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -35,8 +31,7 @@ protected:
         daemon.reset(new Program(argv));
         ASSERT_TRUE(daemon->waitOut("serving")) << daemon->out();
     }
-    /* The query timer is 5000 units: 10 s here, never reached while the
-     * daemon answers. */
+    /* The query timer is 5000 units: 10 s here, never reached while the daemon answers. */
     void startHost(const char* timerUnitUs = "2000", const std::string& ipcDir = "")
     {
         host.reset();
@@ -44,8 +39,7 @@ protected:
                                 "--enter", "kivo"}));
         run("ts info 1", "CmdTraceSet");
     }
-    /* Types a console line; what followed it once `until` has appeared once
-     * more. */
+    /* Types a console line; what followed it once `until` has appeared once more. */
     std::string run(const std::string& line, const std::string& until)
     {
         const std::string before = host->out();
@@ -69,7 +63,7 @@ protected:
 
 TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
 {
-    startDaemon({"--reply-records", "1"});
+    startDaemon({"--reply-records", "1"});   // one contact a reply
     startHost();
     EXPECT_EQ(search("name Wa"), kHeader +
                                      " 0) Wagner                J\xFCrgen                33                    vornsyn   \n"

@@ -66,12 +66,6 @@ Program::Program(const std::vector<std::string>& argv, const std::vector<std::st
     fcntl(in_, F_SETFD, FD_CLOEXEC);
 }
 
-Program::~Program()
-{
-    finish(true);
-    close(out_);
-}
-
 /* A line editor reads a terminal in raw mode; keys typed before that meet
  * the kernel's line editing, which would take Ctrl-D for itself. */
 void Program::type(const std::string& keys)
@@ -82,13 +76,13 @@ void Program::type(const std::string& keys)
     (void)written;
 }
 
-/* Read off as the program writes, or it would stop when the pipe is full. */
+/* Read off as it comes, or the program would stop at a full pipe. */
 std::string Program::out()
 {
     char buffer[4096];
     ssize_t n;
     pollfd p = {out_, POLLIN, 0};
-    while (poll(&p, 1, 0) == 1 && (n = read(out_, buffer, sizeof buffer)) > 0)
+    while (pid_ > 0 && poll(&p, 1, 0) == 1 && (n = read(out_, buffer, sizeof buffer)) > 0)
         output_.append(buffer, static_cast<std::size_t>(n));
     return output_;
 }
@@ -116,6 +110,7 @@ int Program::finish(bool terminate)
         exitCode_ = WEXITSTATUS(status);
     }
     out();
+    close(out_);
     pid_ = -1;
     return exitCode_;
 }

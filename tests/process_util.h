@@ -33,34 +33,30 @@ private:
     std::string path_;
 };
 
-/* Occurrences of `needle` in `text`. */
 std::size_t countOf(const std::string& text, const std::string& needle);
 
 /* A running program, its input on one pipe and its output and errors on
  * another, or all three on a pseudo-terminal as at a keyboard; `env` adds
- * NAME=value settings. The destructor ends it as finish(true) does. */
+ * NAME=value settings. Its end is awaited at most kWaitMs. */
 class Program {
 public:
-    explicit Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
-                     bool terminal = false);
-    ~Program();
+    Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {}, bool terminal = false);
+    ~Program() { finish(true); }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
     pid_t pid() const { return pid_; }
     void send(const std::string& line) { type(line + "\n"); }
-    std::string out();
-    /* Whether the output came to hold `needle` `count` times within kWaitMs. */
+    std::string out();   // all it wrote so far
     bool waitOut(const std::string& needle, std::size_t count = 1);
-    /* Ends its input (and sends SIGTERM), then the exit code, or -1 when it
-     * was killed or did not end. */
+    /* Ends its input (SIGTERM when `terminate`); the exit code, or -1. */
     int finish(bool terminate = false);
 
 private:
     pid_t pid_ = -1;
     int in_ = -1, out_ = -1;   // the pipes' ends, or twice the terminal
     int exitCode_ = -1;
-    std::string output_;   // all it wrote so far
+    std::string output_;
 
     void type(const std::string& keys);
 };
