@@ -97,7 +97,6 @@ TEST_F(E2E, RepliesGoToTheirOwnHostAndTheTimerAnswersForAKilledDaemon)
     EXPECT_EQ(host->finish(), 0);
     startHost("1000", dir.path() + "/x/../ipc/");   // 5 s timer
     EXPECT_EQ(search("id 7"), kFischer);
-    EXPECT_EQ(daemon->out().find("without return address"), std::string::npos) << daemon->out();
 
     ASSERT_EQ(kill(daemon->pid(), SIGKILL), 0);
     EXPECT_EQ(daemon->finish(), -1);

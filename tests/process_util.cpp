@@ -106,9 +106,8 @@ int Program::finish(bool terminate)
     if (!within([&] { return out(), waitpid(pid_, &status, WNOHANG) == pid_; })) {
         kill(pid_, SIGKILL);
         waitpid(pid_, &status, 0);
-    } else if (WIFEXITED(status)) {
-        exitCode_ = WEXITSTATUS(status);
     }
+    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     out();
     close(out_);
     pid_ = -1;

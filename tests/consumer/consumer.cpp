@@ -1,8 +1,8 @@
 /*
  * Links against the installed module through its header and loads the
- * installed libkivo.so with dlopen, as the firmware's module loader does.
- * Both must reach one and the same module: a switch set through the linked
- * function is read back through the looked-up one.
+ * installed libkivo.so with dlopen, as the firmware's module loader does:
+ * a switch set through the linked function is read back through the
+ * looked-up one, so both reach one and the same module.
  *
  *   consumer_cmake|consumer_pkgconfig PATH-OF-INSTALLED-libkivo.so
  */
@@ -14,24 +14,20 @@
 
 int main(int argc, char** argv)
 {
-    /* The header's declarations must name what the module exports: the
-     * link fails otherwise (volatile, so that the references stay). */
+    /* The header must name what the module exports, or the link fails
+     * (volatile, so that the references stay). */
     const void* volatile declared[] = {reinterpret_cast<const void*>(&KIVO_ExpInit),
                                        reinterpret_cast<const void*>(&KIVO_ExpQuery),
                                        reinterpret_cast<const void*>(&KIVO_ExpAddContact),
                                        reinterpret_cast<const void*>(&KIVO_ExpDelEvent),
                                        reinterpret_cast<const void*>(&KIVO_Interpreter)};
-    void* module = argc == 2 ? dlopen(argv[1], RTLD_NOW | RTLD_GLOBAL) : nullptr;
-    typedef int (*GetFn)();
-    GetFn get = module ? reinterpret_cast<GetFn>(dlsym(module, "_Z17KIVO_GetIfcEnablev")) : nullptr;
-    if (declared[0] == nullptr || get == nullptr || get() != 1) {
-        std::fprintf(stderr, "usage: %s LIBKIVO, a module with KIVO_GetIfcEnable 1 at load (%s)\n", argv[0],
-                     module ? "loaded" : dlerror());
-        return 1;
-    }
+    void* module = argc == 2 && declared[0] ? dlopen(argv[1], RTLD_NOW | RTLD_GLOBAL) : nullptr;
+    auto get = reinterpret_cast<int (*)()>(module ? dlsym(module, "_Z17KIVO_GetIfcEnablev") : nullptr);
+    const int atLoad = get ? get() : -1;
     KIVO_SetIfcEnable(0);
-    if (get() != 0) {
-        std::fprintf(stderr, "%s is not the module this program was linked with\n", argv[1]);
+    if (atLoad != 1 || get() != 0) {
+        std::fprintf(stderr, "usage: %s LIBKIVO, the module linked, with KIVO_GetIfcEnable 1 at load (%s)\n", argv[0],
+                     module ? "loaded" : dlerror());
         return 1;
     }
     std::printf("%s: loaded, the same module as linked\n", argv[1]);
