@@ -20,7 +20,6 @@ const std::string kFischer = kHeader +
                              "    |--  1   0711 98765-12                      2 0\n"
                              "    '--  2   0172 3456789                       3 0\n";
 const char kFinished[] = " finished";   // the line after a search's table
-const char kAcknowledged[] = "Result:642 acknowledge\n";
 
 class E2E : public ::testing::Test {
 protected:
@@ -71,13 +70,10 @@ TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
                                      "    '--  1   0160 5544332                       3 0\n"
                                      " 1) Walther               Gr\xE9goire              29                    vornsyn   \n"
                                      "    '--  0 * 0211 5566 7788                     2 0\n");
-    EXPECT_EQ(countOf(host->out(), "Result:525 strResult"), 3u) << "two replies of one contact, then the end";
-    run("add 1", kAcknowledged);
+    run("add 1", "Result:642 acknowledge\n");
     EXPECT_EQ(search("name Wef"), kHeader +
                                       " 0) Wefer                 Tilmo                 41                    vornsyn   \n"
                                       "    '--  0 * 011122233344                       1 2\n");
-    run("del 0", kAcknowledged);
-    EXPECT_EQ(search("name Wef"), kHeader);
     EXPECT_EQ(host->finish(), 0);
     EXPECT_EQ(countOf(host->out(), "\nINFO ") + countOf(host->out(), "\nERROR "), 0u)
         << "no log record: no error, no cache-clear notice for its own changes";
@@ -108,25 +104,23 @@ TEST_F(E2E, RepliesGoToTheirOwnHostAndTheTimerAnswersForAKilledDaemon)
 }
 
 /* At a terminal the host reads with a line editor: the up arrow recalls a
- * line, and the history, the user's alone, survives a restart. */
+ * line, also after a restart; the history is the user's alone. */
 TEST_F(E2E, UpArrowRecallsALineAlsoAfterARestart)
 {
     const char kTraceSet[] = "KIVO_DebugSet pName info  iValue 1";   // never part of the typed echo
     const std::vector<std::string> argv = {KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"};
     const std::vector<std::string> env = {"XDG_STATE_HOME=" + dir.path() + "/state", "TERM=vt100"};
-    Program first(argv, env, true);
-    first.send("ts info 1");
-    ASSERT_TRUE(first.waitOut(kTraceSet)) << first.out();
-    first.send("\033[A");
-    EXPECT_TRUE(first.waitOut(kTraceSet, 2)) << first.out();
-    EXPECT_EQ(first.finish(), 0) << first.out();
+    for (const std::vector<std::string>& lines : {std::vector<std::string>{"ts info 1", "\033[A"}, {"\033[A"}}) {
+        Program terminal(argv, env, true);
+        for (std::size_t n = 1; n <= lines.size(); n++) {
+            terminal.send(lines[n - 1]);
+            EXPECT_TRUE(terminal.waitOut(kTraceSet, n)) << terminal.out();
+        }
+        EXPECT_EQ(terminal.finish(), 0) << terminal.out();
+    }
     struct stat st;
     ASSERT_EQ(stat((dir.path() + "/state/kivo/host-history").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
-    Program again(argv, env, true);
-    again.send("\033[A");
-    EXPECT_TRUE(again.waitOut(kTraceSet)) << again.out();
-    EXPECT_EQ(again.finish(), 0) << again.out();
 }
 
 }  // namespace

@@ -84,7 +84,6 @@ public:
             locked([&] { return g_log += record + ": " + text + "\n"; });
         });
         ASSERT_EQ(PLT_SetIpcDir(ipc), MAN_OK);
-        PLT_SetTimerUnitUs(100);
     }
     void TearDown() override
     {
@@ -124,7 +123,6 @@ struct Mistake {
     std::string log;     // "{raw}" stands for the message's pointer, "{ipc}" for the directory
     bool tasks = true;   // whether task B runs
 };
-void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
 int g_id;
 const Mistake kMistakes[] = {

@@ -2,11 +2,10 @@
 #ifndef TESTS_PROCESS_UTIL_H
 #define TESTS_PROCESS_UTIL_H
 
-#include <ftw.h>
 #include <stdlib.h>
 #include <sys/types.h>
 
-#include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -23,9 +22,8 @@ public:
     }
     ~TempDir()
     {
-        auto remove = [](const char* path, const struct stat*, int, FTW*) { return std::remove(path); };
-        if (!path_.empty())
-            nftw(path_.c_str(), remove, 16, FTW_DEPTH | FTW_PHYS);
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
     }
     const std::string& path() const { return path_; }
 
