@@ -67,21 +67,20 @@ std::set<std::string> sourceFormats(const fs::path& dir)
             const auto call = formatArgument.find(t[i]);
             if (call == formatArgument.end() || t[i + 1] != "(")
                 continue;
-            std::vector<std::vector<std::string>> args(1);
+            std::vector<std::string> args(1);   // each the tokens of an argument, joined by '\1'
             int depth = 0;
             for (std::size_t j = i + 2; j < t.size() && (depth > 0 || t[j] != ")"); j++) {
                 depth += (t[j] == "(" || t[j] == "[" || t[j] == "{") - (t[j] == ")" || t[j] == "]" || t[j] == "}");
                 if (depth == 0 && t[j] == ",")
                     args.emplace_back();
                 else
-                    args.back().push_back(t[j]);
+                    args.back() += (args.back().empty() ? "" : "\1") + t[j];
             }
+            const std::string format = call->second < args.size() ? args[call->second] : "";
             // Only what goes to standard error is a log line.
-            if (call->first == "fprintf" && args[0] != std::vector<std::string>{"stderr"})
-                continue;
-            const std::vector<std::string>& format = args[std::min(call->second, args.size() - 1)];
-            if (call->second < args.size() && format.size() == 1 && format[0][0] == '"')
-                formats.insert(format[0].substr(1));
+            if ((call->first != "fprintf" || args[0] == "stderr") && format[0] == '"' &&
+                format.find('\1') == std::string::npos)
+                formats.insert(format.substr(1));
         }
     }
     return formats;

@@ -28,14 +28,6 @@ bool within(Condition done)
 
 }  // namespace
 
-std::size_t countOf(const std::string& text, const std::string& needle)
-{
-    std::size_t n = 0;
-    for (std::size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + needle.size()))
-        n++;
-    return n;
-}
-
 Program::Program(const std::vector<std::string>& argv, const std::vector<std::string>& env, bool terminal)
 {
     signal(SIGPIPE, SIG_IGN);   // a write to a program that has ended fails, and the test goes on
@@ -87,9 +79,9 @@ std::string Program::out()
     return output_;
 }
 
-bool Program::waitOut(const std::string& needle, std::size_t count)
+bool Program::waitOut(const std::string& needle, std::size_t from)
 {
-    return within([&] { return countOf(out(), needle) >= count; });
+    return within([&] { return out().find(needle, from) != std::string::npos; });
 }
 
 int Program::finish(bool terminate)

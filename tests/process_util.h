@@ -31,8 +31,6 @@ private:
     std::string path_;
 };
 
-std::size_t countOf(const std::string& text, const std::string& needle);
-
 /* A running program, its input on one pipe and its output and errors on
  * another, or all three on a pseudo-terminal as at a keyboard; `env` adds
  * NAME=value settings. Its end is awaited at most kWaitMs. */
@@ -46,7 +44,8 @@ public:
     pid_t pid() const { return pid_; }
     void send(const std::string& line) { type(line + "\n"); }
     std::string out();   // all it wrote so far
-    bool waitOut(const std::string& needle, std::size_t count = 1);
+    /* Whether the output from offset `from` on came to hold `needle`. */
+    bool waitOut(const std::string& needle, std::size_t from = 0);
     /* Ends its input (SIGTERM when `terminate`); the exit code, or -1. */
     int finish(bool terminate = false);
 
