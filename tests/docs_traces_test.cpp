@@ -21,9 +21,8 @@ std::string readFile(const fs::path& path)
     return text.str();
 }
 
-/* The tokens of a source without comments and blanks: words, adjacent string
- * literals joined as '"' and their text as spelled, "'" for a character
- * literal, and any other character alone. */
+/* A source's tokens but comments and blanks: words, adjacent string literals
+ * as '"' and their joined text as spelled, "'", and other characters. */
 std::vector<std::string> tokens(const std::string& s)
 {
     auto isIdent = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
@@ -51,8 +50,7 @@ std::vector<std::string> tokens(const std::string& s)
     return out;
 }
 
-/* The format arguments made of string literals only of the output calls
- * under `dir`. */
+/* The literal-only format arguments of the output calls under `dir`. */
 std::set<std::string> sourceFormats(const fs::path& dir)
 {
     static const std::map<std::string, std::size_t> formatArgument = {
@@ -86,26 +84,18 @@ std::set<std::string> sourceFormats(const fs::path& dir)
     return formats;
 }
 
-/* The first cells of the document's table rows, by their section's directory. */
-std::map<std::string, std::set<std::string>> documentedFormats(const std::string& doc)
+TEST(TracesDocument, EveryTextInTheCodeHasARowAndEveryRowATextInTheCode)
 {
-    std::map<std::string, std::set<std::string>> rows;
-    std::istringstream lines(doc);
-    std::string line, dir;
-    while (std::getline(lines, line)) {
+    const fs::path root = KIVO_SOURCE_DIR;
+    std::map<std::string, std::set<std::string>> documented;   // first cells of table rows by section directory
+    std::istringstream lines(readFile(root / "docs/traces.md"));
+    for (std::string line, dir; std::getline(lines, line);) {
         const std::size_t open = line.find('`'), close = line.find('`', open + 1);
         if (line.compare(0, 3, "## ") == 0)
             dir = close == std::string::npos ? "" : line.substr(open + 1, close - open - 1);
         else if (!dir.empty() && line.compare(0, 3, "| `") == 0 && close != std::string::npos)
-            rows[dir].insert(line.substr(3, close - 3));
+            documented[dir].insert(line.substr(3, close - 3));
     }
-    return rows;
-}
-
-TEST(TracesDocument, EveryTextInTheCodeHasARowAndEveryRowATextInTheCode)
-{
-    const fs::path root = KIVO_SOURCE_DIR;
-    const auto documented = documentedFormats(readFile(root / "docs/traces.md"));
     for (const char* dir : {"kivo/", "platform/", "webconfd/", "host/"})
         EXPECT_EQ(documented.count(dir), 1u) << "docs/traces.md has no rows for " << dir;
     for (const auto& section : documented) {

@@ -64,8 +64,7 @@ void Program::type(const std::string& keys)
 {
     termios mode;
     within([&] { return out_ != in_ || (out(), tcgetattr(in_, &mode) != 0 || (mode.c_lflag & ICANON) == 0); });
-    const ssize_t written = write(in_, keys.data(), keys.size());   // short enough to go at once
-    (void)written;
+    (void)!write(in_, keys.data(), keys.size());   // short enough to go at once; a failure shows in the output
 }
 
 /* Read off as it comes, or the program would stop at a full pipe. */

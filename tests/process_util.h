@@ -38,8 +38,6 @@ class Program {
 public:
     Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {}, bool terminal = false);
     ~Program() { finish(true); }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
 
     pid_t pid() const { return pid_; }
     void send(const std::string& line) { type(line + "\n"); }

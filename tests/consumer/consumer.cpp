@@ -1,11 +1,7 @@
-/*
- * Links against the installed module through its header and loads the
- * installed libkivo.so with dlopen, as the firmware's module loader does:
- * a switch set through the linked function is read back through the
- * looked-up one, so both reach one and the same module.
- *
- *   consumer_cmake|consumer_pkgconfig PATH-OF-INSTALLED-libkivo.so
- */
+/* consumer_cmake|consumer_pkgconfig PATH-OF-INSTALLED-libkivo.so: links against
+ * the installed module through its header and loads it with dlopen, as the
+ * firmware's module loader does; a switch set through the linked function is
+ * read back through the looked-up one, so both reach the same module. */
 #include <dlfcn.h>
 
 #include <cstdio>
