@@ -120,6 +120,7 @@ struct Mistake {
     std::string log;     // "{raw}" stands for the message's pointer, "{ipc}" for the directory
     bool tasks = true;   // whether task B runs
 };
+void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
 const Mistake kMistakes[] = {
     {"CreateBeyondMaximum", [](Working& w) { return w.msg.Create(1, 0, MAN_MAX_MSG + 1); }, MAN_E_SIZE, ""},
@@ -224,7 +225,7 @@ TEST_F(Working, TaskCreationShortOfDescriptorsFailsWithACode)
         const int code = MAN_ExpTCreate("B", &TaskIdTbl[11], 0, taskCallback);
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
         codes.insert(code);
-        EXPECT_EQ(locked([] { return g_log; }).empty(), code == MAN_OK) << limit << ": " << code << " " << locked([] { return g_log; });
+        EXPECT_EQ(locked([] { return g_log; }).empty(), code == MAN_OK) << "limit " << limit << ", code " << code;
         PLT_Shutdown();
         locked([] { return g_log.clear(), 0; });
         const int next = dup(2);
