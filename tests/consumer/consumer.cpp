@@ -23,7 +23,7 @@ int main(int argc, char** argv)
     KIVO_SetIfcEnable(0);
     if (atLoad != 1 || get() != 0) {
         std::fprintf(stderr, "usage: %s LIBKIVO, the module linked, with KIVO_GetIfcEnable 1 at load (%s)\n", argv[0],
-                     module ? "loaded" : dlerror());
+                     module ? "loaded" : argc == 2 ? dlerror() : "no path");
         return 1;
     }
     std::printf("%s: loaded, the same module as linked\n", argv[1]);
