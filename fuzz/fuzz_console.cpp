@@ -1,10 +1,6 @@
-/*
- * Fuzz target: up to 32 lines typed into the test console of a started
- * module. The daemon answers the requests of every other line at once,
- * searches with two contacts and the end, changes with an acknowledgement, so
- * that "del" finds rows; timers end the rest. A search word sent must be a
- * piece of the typed line that fits the console's char[32].
- */
+/* Fuzz target: up to 32 lines typed into the console. Every other line's requests
+ * are answered at once, so "del" finds rows; timers end the rest. A search word
+ * sent must be a piece of the typed line that fits the console's char[32]. */
 #include "harness.h"
 
 using namespace ZEMBRA::Phonebook;
@@ -12,9 +8,9 @@ using namespace ZEMBRA::Phonebook;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     FUZZ_CHECK(startModule());
-    Json::Value items(Json::arrayValue);
-    items.append(contactItem("Wefer", "0711", "0711"));
-    items.append(contactItem("\xD6hlenbach", "011122233344", "011122233344"));
+    Json::Value two;
+    two.append(contactItem("Wefer", "0711", "0711"));
+    two.append(contactItem("\xD6hlenbach", "011122233344", "011122233344"));
     std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
     std::string line;
     for (int n = 0; n < 32 && std::getline(in, line); n++) {
@@ -22,8 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const std::size_t from = rec::recorder().ipc.size();
         KIVO_Interpreter(line.c_str());
         for (const rec::IpcSend& sent : rec::ipcSince(from)) {
-            const Json::Value request = parseJson(sent.msg.string(0));
-            const Json::Value& word = request["params"]["data"];
+            const Json::Value request = parseJson(sent.msg.string(0)), &word = request["params"]["data"];
             const unsigned int id = request["queryId"].asUInt();
             const bool change = sent.msg.primitive == KIVO_PRIM_CHANGE;
             FUZZ_CHECK(sent.destination == "webconfd@Local" && request.isObject() && (change || word.isString()));
@@ -31,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             FUZZ_CHECK(latin1.size() < 32 && line.find(latin1) != std::string::npos);
             if (n % 2 == 0)
                 FUZZ_CHECK(change ? deliverReply(replyText(id, Acknowledge, 0))
-                                  : deliverReply(replyText(id, Contacts, 2, items)) && deliverReply(replyText(id, Contacts, 2)));
+                                  : deliverReply(replyText(id, Contacts, 2, two)) && deliverReply(replyText(id, Contacts, 2)));
         }
     }
     rec::fireAllTimers();
