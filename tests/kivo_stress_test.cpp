@@ -21,7 +21,7 @@ const Plan plans[] = {
     {{}, 0},                                                         /* silence: the timer ends it */
     {{{Acknowledge, false}}, 0},
 };
-constexpr std::size_t kPlans = 5, kClients = 400;
+constexpr std::size_t kPlans = 5, kClients = 250;
 std::atomic<int> ended{0};
 
 struct Client : AbstractQueryClient {
@@ -59,7 +59,7 @@ TEST(StressTest, EverySearchEndsOnceAsItsPlanSays)
     char dir[] = "/tmp/kivo-stress-XXXXXX";
     ASSERT_NE(::mkdtemp(dir), nullptr);
     ASSERT_EQ(PLT_SetIpcDir(std::string(dir) + "/ipc"), MAN_OK);
-    PLT_SetTimerUnitUs(400);   /* 2 s query timers: long past any answer, soon enough for silence */
+    PLT_SetTimerUnitUs(600);   /* 3 s query timers: long past any answer, soon enough for silence */
     ASSERT_EQ(KIVO_ExpInit(), 0);
     ASSERT_EQ(MAN_ExpTCreate("webconfd", &TaskIdTbl[71], 0, daemonTask), MAN_OK);
     PLT_Drain();
