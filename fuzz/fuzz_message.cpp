@@ -1,6 +1,6 @@
-/* Fuzz target: a raw message block read by the platform's reader, whose verdict
- * and fields must match a decoder written from the wire format, or handed to
- * the kivo task, which must release it exactly once. */
+/* Fuzz target: a raw message block after a plan byte. The platform's reader must
+ * agree with a decoder written from the wire format (plan bits 0-6: wrong-type
+ * reads); with bit 7 the kivo task gets it and must release it exactly once. */
 #include <cstring>
 
 #include "harness.h"
@@ -25,12 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size == 0 || size - 1 > MAN_MAX_MSG)
         return 0;
-    const uint8_t plan = data[0];   /* bit 7: to the kivo task; bits 0-6: wrong-type reads */
     const std::vector<uint8_t> bytes(data + 1, data + size);
-    FUZZ_CHECK(!(plan & 0x80) || startModule());
+    FUZZ_CHECK(!(data[0] & 0x80) || startModule());
     void* raw = rec::makeRaw(bytes);
-    FUZZ_CHECK(raw != nullptr);
-    if (plan & 0x80) {
+    if (data[0] & 0x80) {
         FUZZ_CHECK(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, bytes.size() >= 4 ? be32(bytes.data()) : 0, raw));
     } else {
         std::vector<rec::Field> fields;
@@ -40,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         FUZZ_CHECK(!valid || (msg.length() == bytes.size() && std::memcmp(msg.data(), bytes.data(), bytes.size()) == 0));
         /* A read of the wrong type or past the end gives nothing and marks the reader. */
         for (std::size_t i = 0; valid && !msg.readFailed(); i++) {
-            const bool u32 = i < fields.size() ? fields[i].isU32 != ((plan >> (i % 7)) & 1) : plan & 1;
+            const bool u32 = i < fields.size() ? fields[i].isU32 != ((data[0] >> (i % 7)) & 1) : data[0] & 1;
             const bool ok = i < fields.size() && u32 == fields[i].isU32;
             FUZZ_CHECK(u32 ? msg.getU32() == (ok ? fields[i].u32 : 0) : msg.getString() == (ok ? fields[i].str : ""));
             FUZZ_CHECK(msg.readFailed() == !ok);
