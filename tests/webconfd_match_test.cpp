@@ -16,8 +16,6 @@ using webconfd::nameKey;
 using webconfd::numberKey;
 using webconfd::sortKey;
 
-namespace {
-
 TEST(NumberKey, EveryWritingOfANumberGivesItsOneKey)
 {
     const struct {
@@ -43,14 +41,13 @@ TEST(NumberKey, EveryWritingOfANumberGivesItsOneKey)
         {"0711+5", "0711+5"},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(numberKey(c.dialled), c.key) << c.dialled;
+        EXPECT_EQ(c.key, numberKey(c.dialled)) << c.dialled;
 }
 
 TEST(NameKey, FoldsLatin1CapitalsToTheirSmallLetterOnly)
 {
     /* A Z À Ö Ø Þ fold; the bytes next to them, ×, ß, ÿ and small letters stay. */
-    EXPECT_EQ(nameKey("@AZ[\xBF\xC0\xD6\xD7\xD8\xDE\xDF\xFF" "a\xE0"), "@az[\xBF\xE0\xF6\xD7\xF8\xFE\xDF\xFF" "a\xE0");
-    EXPECT_NE(nameKey("\xD6hl"), nameKey("Ohl")) << "an umlaut is not its base letter";
+    EXPECT_EQ("@az[\xBF\xE0\xF6\xD7\xF8\xFE\xDF\xFF" "a\xE0", nameKey("@AZ[\xBF\xC0\xD6\xD7\xD8\xDE\xDF\xFF" "a\xE0"));
 }
 
 TEST(SortKey, AccentedNamesFileUnderTheirBaseLetter)
@@ -58,10 +55,8 @@ TEST(SortKey, AccentedNamesFileUnderTheirBaseLetter)
     std::vector<std::string> names = {"\xD6hlenbach", "Pick", "Nu\xDF" "baum", "Ohm", "Zander", "\xC5ngstr\xF6m"};
     std::sort(names.begin(), names.end(),
               [](const std::string& a, const std::string& b) { return sortKey(a) < sortKey(b); });
-    EXPECT_EQ(names, (std::vector<std::string>{"\xC5ngstr\xF6m", "Nu\xDF" "baum", "\xD6hlenbach", "Ohm", "Pick",
-                                               "Zander"}));
-    EXPECT_EQ(sortKey("Strau\xDF \xC6r\xF8 \xDE\xF3r a\xD7" "b-2"), "strauss aero thor ab-2")
+    EXPECT_EQ((std::vector<std::string>{"\xC5ngstr\xF6m", "Nu\xDF" "baum", "\xD6hlenbach", "Ohm", "Pick", "Zander"}),
+              names);
+    EXPECT_EQ("strauss aero thor ab-2", sortKey("Strau\xDF \xC6r\xF8 \xDE\xF3r a\xD7" "b-2"))
         << "ligatures and sharp s spell out, the multiplication sign is no letter";
 }
-
-}  // namespace
