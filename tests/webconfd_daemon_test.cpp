@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,23 +34,6 @@ void logTo(int level, const char*, const char* function, int, const char* text)
     g_log += std::string(level == PLT_LOG_ERROR ? "ERROR " : "INFO ") + function + ": " + text + "\n";
 }
 
-/* A store on a new file in a private directory, with the log recorded. */
-class Daemon : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        std::string error;
-        ASSERT_TRUE(store.open(path, &error)) << error;
-        g_log.clear();
-        PLT_SetLogSink(logTo);
-    }
-    void TearDown() override { PLT_SetLogSink(nullptr); }
-
-    TempDir dir;
-    const std::string path = dir.path() + "/pb.db";
-    Store store;
-};
-
 template <typename Row>
 std::string rowName(const ::testing::TestParamInfo<Row>& info)
 {
@@ -70,23 +52,6 @@ void sql(const std::string& file, const char* statements)
 
 /* ---- the store ---------------------------------------------------------- */
 
-TEST_F(Daemon, EveryLatin1ByteAndEveryMemberComesBack)
-{
-    std::string bytes;
-    for (int c = 1; c < 256; c++)
-        bytes += static_cast<char>(c);
-    Contact c("ignored", "u\xE9", "t3\xFF", "Fr\xE9" "d", "M\xFCller", bytes, std::string("o\xDF"));
-    c.text7 = "7\xB0";
-    c.extraText1 = c.extraText7 = "\xA9";
-    c.numbers.emplace_back("gesch\xE4" "ftlich", "+49 711 1", "\xB5", "\xBD", -1, 0x7FFFFFFF, -2147483647 - 1);
-    c.numbers.emplace_back("", "2", "", "", 0, 0, 0);
-    c.entries.resize(1);
-    c.entries[0].text1 = "\xE6";
-    ASSERT_EQ(Change::Added, store.putContact(c));
-    c.backend = "webconfd";
-    EXPECT_EQ(std::vector<Contact>{c}, store.contactsById("u\xE9", Page()).items);
-}
-
 namespace {
 
 /* Stands for another daemon's transaction on the file: ended by the first
@@ -104,16 +69,17 @@ int endTheHoldersTransaction(sqlite3_vfs*, int microseconds)
 
 }  // namespace
 
-TEST_F(Daemon, AWriterWaitsForAnotherDaemonsTransaction)
+TEST(Store, AWriterWaitsForAnotherDaemonsTransaction)
 {
     sqlite3_vfs* real = sqlite3_vfs_find(nullptr);
     static sqlite3_vfs waiting = *real;
     waiting.zName = "waiting";
     waiting.xSleep = endTheHoldersTransaction;
     ASSERT_EQ(SQLITE_OK, sqlite3_vfs_register(&waiting, 1));
+    TempDir dir;
     std::string error;
-    Store other;
-    EXPECT_TRUE(store.open(path, &error) && other.open(path, &error)) << error;
+    Store store, other;
+    EXPECT_TRUE(store.open(dir.path() + "/pb.db", &error) && other.open(dir.path() + "/pb.db", &error)) << error;
     Contact held("", "", "", "Held", "Open", "", boost::none), c("", "", "", "Waits", "Writer", "", boost::none);
     EXPECT_TRUE(other.begin());
     EXPECT_EQ(Change::Added, other.putContact(held));
@@ -138,11 +104,8 @@ struct Refusal {
 const Refusal kRefusals[] = {
     {"Newer", [](const std::string& p) { sql(p, "PRAGMA user_version = 2"); }, false,
      "database version 2 is not the one this webconfd knows (1)"},
-    {"Foreign", [](const std::string& p) { sql(p, "CREATE TABLE other (x)"); }, false,
-     "not a webconfd database (it has other tables)"},
     {"NoDatabase", [](const std::string& p) { std::ofstream(p) << std::string(4096, 'x'); }, false,
      "file is not a database"},
-    {"NoDirectory", [](const std::string&) {}, false, "unable to open database file (No such file or directory)"},
     /* What a first start that did not finish leaves: the next start must
      * make it anew, not serve it as an empty phonebook. */
     {"EmptyFile", [](const std::string& p) { std::ofstream{p}; }, true,
@@ -150,10 +113,7 @@ const Refusal kRefusals[] = {
      "makes a new one"},
     {"Damaged",
      [](const std::string& p) {
-         Store s;
-         std::string error;
-         EXPECT_TRUE(s.open(p, &error) && !webconfd::importSample(s).failed) << error;
-         s.close();
+         sql(p, "CREATE TABLE t (x)");
          std::fstream(p, std::ios::in | std::ios::out | std::ios::binary).seekp(100) << std::string(600, '\xff');
      },
      false, "database disk image is malformed"},
@@ -166,7 +126,7 @@ class Refused : public ::testing::TestWithParam<Refusal> {};
 TEST_P(Refused, FilesTheStoreCannotUse)
 {
     TempDir dir;
-    const std::string path = dir.path() + (GetParam().name == "NoDirectory" ? "/no/pb.db" : "/pb.db");
+    const std::string path = dir.path() + "/pb.db";
     GetParam().prepare(path);
     Store store;
     std::string error;
@@ -175,40 +135,6 @@ TEST_P(Refused, FilesTheStoreCannotUse)
 }
 
 INSTANTIATE_TEST_SUITE_P(Webconfd, Refused, ::testing::ValuesIn(kRefusals), rowName<Refusal>);
-
-/* SQLite's own message, taken before the next statement clears it. */
-TEST_F(Daemon, FailuresLogTheirRealCause)
-{
-    Contact c("", "1", "", "A", "B", "", boost::none);
-    ASSERT_EQ(Change::Added, store.putContact(c));
-    sql(path, "CREATE TRIGGER no BEFORE DELETE ON contacts BEGIN SELECT RAISE(ABORT, 'kept'); END");
-    EXPECT_EQ(Change::Failed, store.deleteContact("1"));
-    EXPECT_EQ("ERROR deleteContact: deleting a contact failed: kept\n", g_log);
-}
-
-/* A folder counts only its members that name a contact. */
-TEST_F(Daemon, ImportSkipsCommentsAndRefusesBadLinesKeepingTheRest)
-{
-    std::istringstream in("# my phonebook\r\n\n"
-                          "{\"contact\": {\"uid\": \"k1\", \"lastName\": \"K\xC3\xA4" "fer\"}}\r\n"
-                          "{\"contact\": {\"lastName\": \"Ohne Uid\"}}\n"
-                          "{\"event\": {\"kind\": 1, \"number\": \"0711 1\", \"timestamp\": 1700000000}}\n"
-                          "{\"folder\": {\"uid\": \"f\", \"name\": \"Alle\", \"members\": [\"k1\", 7, \"nobody\"]}}\n"
-                          "[1, 2]\n{\"contact\": {}, \"event\": {}}\n{\"phone\": {}}\n{\"contact\": \"k2\"}\n"
-                          "{\"folder\": {\"name\": \"no uid\"}}\n");
-    const webconfd::ImportReport r = webconfd::importRecords(store, in, "mine");
-    EXPECT_EQ("2 1 1 5 0", std::to_string(r.contacts) + " " + std::to_string(r.events) + " " +
-                               std::to_string(r.folders) + " " + std::to_string(r.rejected) + " " +
-                               std::to_string(r.failed));
-    EXPECT_EQ(R"(ERROR importRecords: mine:7: not an object with one member "contact", "event" or "folder"
-ERROR importRecords: mine:8: not an object with one member "contact", "event" or "folder"
-ERROR importRecords: mine:9: unknown record kind (contact, event or folder)
-ERROR importRecords: mine:10: the record is not an object
-ERROR importRecords: mine:11: record refused (too long, or a folder without uid)
-)", g_log);
-    EXPECT_EQ("K\xE4" "fer", store.contactsById("k1", Page()).items.at(0).lastName);
-    EXPECT_EQ(1, store.folders(Page()).items.at(0).count);
-}
 
 /* ---- request handling --------------------------------------------------- */
 
@@ -278,8 +204,7 @@ kivo@Local {"items":[],"message":"","queryId":3,"total":40,"type":0}
      * another case, keypad digits, a position; values that are none. */
     {"SearchMeanings", nullptr,
      {{q(1, "contact", 0, "7")}, {q(2, "contact", 1, R"("0049 711 98765 12")")}, {q(3, "contact", 2, R"("J\u00d6")")},
-      {q(4, "contact", 3, R"("347")")}, {q(5, "contact", 4, R"("0")")}, {q(6, "contact", 4, R"("x1")")},
-      {q(7, "contact", 2, "{}")}},
+      {q(4, "contact", 3, R"("347")")}, {q(5, "contact", 4, R"("0")")}, {q(6, "contact", 4, R"("x1")")}},
      R"(kivo@Local {"items":["7"],"message":"","queryId":1,"total":1,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":1,"type":0}
 kivo@Local {"items":["7"],"message":"","queryId":2,"total":1,"type":0}
@@ -291,7 +216,6 @@ kivo@Local {"items":[],"message":"","queryId":4,"total":1,"type":0}
 kivo@Local {"items":["1"],"message":"","queryId":5,"total":1,"type":0}
 kivo@Local {"items":[],"message":"","queryId":5,"total":1,"type":0}
 kivo@Local {"items":[],"message":"","queryId":6,"total":0,"type":0}
-kivo@Local {"items":[],"message":"","queryId":7,"total":0,"type":0}
 )"},
     {"EventRange", nullptr, {{q(1, "event", 0, R"({"from":1731571200,"to":1731573000})")}, {q(2, "event", 0, R"({"to":1.5})")}},
      R"(kivo@Local {"items":["e3","e2","e1"],"message":"","queryId":1,"total":3,"type":1}
@@ -303,9 +227,9 @@ kivo@Local {"items":[],"message":"","queryId":2,"total":0,"type":1}
     {"Changes", nullptr,
      {{q(1, "contact", 5, R"({"lastName":"Wefer"})")}, {q(2, "contact", 6, R"("41")")}, {q(3, "contact", 6, R"("41")")},
       {q(4, "contact", 5, "{}")}, {q(5, "contact", 6, R"("1")")}, {q(6, "contact", 5, R"({"uid":"1"})")},
-      {q(7, "contact", 5, R"({"uid":"1"})")}, {q(8, "folder", 0, "null")}, {q(9, "contact", 6, "[]")},
-      {q(10, "contact", 5, R"({"extraText1":")" + std::string(16384, 'x') + R"("})")},
-      {q(11, "event", 2, R"({"name":"H\u00f6strand"})")}, {q(12, "event", 3, R"("e13")")}, {q(13, "event", 2, "5")}},
+      {q(7, "contact", 5, R"({"uid":"1"})")}, {q(8, "folder", 0, "null")},
+      {q(9, "contact", 5, R"({"extraText1":")" + std::string(16384, 'x') + R"("})")},
+      {q(10, "event", 2, R"({"name":"H\u00f6strand"})")}, {q(11, "event", 3, R"("e13")")}},
      R"(kivo@Local {"items":[],"message":"added contact 41","queryId":1,"total":0,"type":3}
 kivo@Local {"items":[],"message":"deleted contact 41","queryId":2,"total":0,"type":3}
 kivo@Local {"items":[],"message":"no contact 41","queryId":3,"total":0,"type":3}
@@ -315,11 +239,9 @@ kivo@Local {"items":[],"message":"added contact 1","queryId":6,"total":0,"type":
 kivo@Local {"items":[],"message":"replaced contact 1","queryId":7,"total":0,"type":3}
 kivo@Local {"items":["f1:3","f3:4","f2:5","f4:2"],"message":"","queryId":8,"total":4,"type":2}
 kivo@Local {"items":[],"message":"","queryId":8,"total":4,"type":2}
-kivo@Local {"items":[],"message":"refused: the uid is not a string","queryId":9,"total":0,"type":3}
-kivo@Local {"items":[],"message":"refused: contact longer than 16384 bytes","queryId":10,"total":0,"type":3}
-kivo@Local {"items":[],"message":"added event e13","queryId":11,"total":0,"type":3}
-kivo@Local {"items":[],"message":"deleted event e13","queryId":12,"total":0,"type":3}
-kivo@Local {"items":[],"message":"refused: the event is not an object","queryId":13,"total":0,"type":3}
+kivo@Local {"items":[],"message":"refused: contact longer than 16384 bytes","queryId":9,"total":0,"type":3}
+kivo@Local {"items":[],"message":"added event e13","queryId":10,"total":0,"type":3}
+kivo@Local {"items":[],"message":"deleted event e13","queryId":11,"total":0,"type":3}
 )"},
     {"Unsupported", nullptr, {{q(1, "event", 1, "null")}, {R"({"queryId":2,"params":null})"}}, R"(ERROR handle: query 1: unsupported operation event 1, acknowledged
 kivo@Local {"items":[],"message":"unsupported operation event 1","queryId":1,"total":0,"type":3}
@@ -328,39 +250,48 @@ kivo@Local {"items":[],"message":"unsupported operation none 0","queryId":2,"tot
 )"},
     /* Nothing to answer: no id, or no usable request. Nobody becomes known. */
     {"Malformed", nullptr,
-     {{"not json", "%n@Local"}, {"[1, 2]"}, {R"({"queryId":1})"}, {R"({"queryId":1,"params":{"kind":"phone","type":0}})"},
+     {{"not json", "%n@Local"}, {"[1, 2]"}, {R"({"queryId":4294967296,"params":null})"},
+      {R"({"queryId":1})"}, {R"({"queryId":1,"userId":7,"params":null})"}, {R"({"queryId":1,"params":3})"},
+      {R"({"queryId":1,"params":{"type":0}})"}, {R"({"queryId":1,"params":{"kind":"event","type":"0"}})"},
+      {R"({"queryId":1,"params":{"kind":"phone","type":0}})"}, {R"({"queryId":1,"params":null,"size":1e12})"},
       {q(1, "contact", 2, std::string(5000, '['))}, {"", ""}},
      R"(ERROR handle: request from %n@Local is not JSON (* Line 1, Column 1 Syntax error: value, object or array expected. * Line 1, Column 2 Extra non-whitespace after JSON value.), dropped
 ERROR handle: request from kivo@Local dropped: request is not a JSON object
+ERROR handle: request from kivo@Local dropped: "queryId" is missing or not an unsigned 32-bit integer
 ERROR handle: request from kivo@Local dropped: "params" is missing
+ERROR handle: request from kivo@Local dropped: "userId" is not a string
+ERROR handle: request from kivo@Local dropped: "params" is neither an object nor null
+ERROR handle: request from kivo@Local dropped: "params.kind" is missing or not a string
+ERROR handle: request from kivo@Local dropped: "params.type" is missing or not a 32-bit integer
 ERROR handle: request from kivo@Local dropped: "params.kind" "phone" is none of contact, event, folder
+ERROR handle: request from kivo@Local dropped: "size" is not a 32-bit integer
 ERROR handle: request from kivo@Local is not JSON (Exceeded stackLimit in readValue().), dropped
 )"},
-    /* A change reaches the other known clients; one that changed nothing,
-     * and a search, reach nobody. */
-    {"Notices", nullptr,
-     {{q(1, "contact", 0, R"("1")")}, {q(1, "contact", 0, "2"), "third@Local"}, {q(2, "contact", 6, R"("1")"), kOther},
-      {q(3, "contact", 6, R"("1")"), kOther}},
-     R"(kivo@Local {"items":["1"],"message":"","queryId":1,"total":1,"type":0}
-kivo@Local {"items":[],"message":"","queryId":1,"total":1,"type":0}
-third@Local {"items":["2"],"message":"","queryId":1,"total":1,"type":0}
-third@Local {"items":[],"message":"","queryId":1,"total":1,"type":0}
-other@Local {"items":[],"message":"deleted contact 1","queryId":2,"total":0,"type":3}
-kivo@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
-third@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
-other@Local {"items":[],"message":"no contact 1","queryId":3,"total":0,"type":3}
-)"},
-    {"ClientsKnownForTheirTimeToLive", [](ServerOptions& o) { o.clientTtlSeconds = 60; },
-     {{q(1, "contact", 0, R"("1")")}, {q(2, "contact", 6, R"("2")"), kOther, 60}, {"", "", 60},
-      {q(3, "contact", 6, R"("3")"), kOther, 121}, {"", "", 121}},
+    /* A change reaches the other clients known (up to their time to live
+     * after their last request), not its maker; one that changed nothing
+     * reaches nobody. The announcement reaches all. */
+    {"Notices", [](ServerOptions& o) { o.clientTtlSeconds = 60; },
+     {{q(1, "contact", 0, R"("1")")}, {q(2, "contact", 6, R"("2")"), kOther, 60},
+      {q(3, "contact", 6, R"("2")"), kOther, 60}, {"", "", 60}, {q(4, "contact", 6, R"("3")"), kOther, 121},
+      {"", "", 121}},
      R"(kivo@Local {"items":["1"],"message":"","queryId":1,"total":1,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":1,"type":0}
 other@Local {"items":[],"message":"deleted contact 2","queryId":2,"total":0,"type":3}
 kivo@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
+other@Local {"items":[],"message":"no contact 2","queryId":3,"total":0,"type":3}
 kivo@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
 other@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
-other@Local {"items":[],"message":"deleted contact 3","queryId":3,"total":0,"type":3}
+other@Local {"items":[],"message":"deleted contact 3","queryId":4,"total":0,"type":3}
 other@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
+)"},
+    /* The texts of contacts 1 and 38 are 502 and 389 bytes as sent. */
+    {"CutByBytes", [](ServerOptions& o) { o.bytesPerReply = 891; }, {{q(1, "contact", 2, R"("")", R"(,"size":2)")}}, R"(kivo@Local {"items":["1","38"],"message":"","queryId":1,"total":40,"type":0}
+kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
+)"},
+    {"CutByBytesOneLess", [](ServerOptions& o) { o.bytesPerReply = 890; }, {{q(1, "contact", 2, R"("")", R"(,"size":2)")}},
+     R"(kivo@Local {"items":["1"],"message":"","queryId":1,"total":40,"type":0}
+kivo@Local {"items":["38"],"message":"","queryId":1,"total":40,"type":0}
+kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
 )"},
     /* Seeded: the same replies drop every time. */
     {"DropSome", [](ServerOptions& o) { o.faults.dropPercent = 50, o.faults.seed = 7, o.recordsPerReply = 1; },
@@ -373,10 +304,8 @@ kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
      {{q(1, "contact", 2, R"("W")")}, {q(2, "contact", 6, R"("1")"), kOther}}, R"(kivo@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
 )"},
     {"DelayAndDuplicate", [](ServerOptions& o) { o.faults.delayMs = 250, o.faults.duplicate = true; },
-     {{q(1, "contact", 0, R"("7")")}}, R"(kivo@Local +250 {"items":["7"],"message":"","queryId":1,"total":1,"type":0}
-kivo@Local +250 {"items":["7"],"message":"","queryId":1,"total":1,"type":0}
-kivo@Local +250 {"items":[],"message":"","queryId":1,"total":1,"type":0}
-kivo@Local +250 {"items":[],"message":"","queryId":1,"total":1,"type":0}
+     {{q(1, "contact", 6, R"("none")")}}, R"(kivo@Local +250 {"items":[],"message":"no contact none","queryId":1,"total":0,"type":3}
+kivo@Local +250 {"items":[],"message":"no contact none","queryId":1,"total":0,"type":3}
 )"},
     {"NotJson", [](ServerOptions& o) { o.faults.notJson = true; }, {{q(1, "contact", 0, R"("none")")}}, R"(kivo@Local {"items":[],"message":"","qu
 )"},
@@ -384,29 +313,24 @@ kivo@Local +250 {"items":[],"message":"","queryId":1,"total":1,"type":0}
 )"},
 };
 
-class Handling : public ::testing::TestWithParam<Exchange> {
-protected:
-    void SetUp() override
-    {
-        std::string error;
-        ASSERT_TRUE(store.open(dir.path() + "/pb.db", &error)) << error;
-        ASSERT_EQ(0, webconfd::importSample(store).rejected);
-        if (GetParam().options)
-            GetParam().options(options);
-        PLT_SetLogSink(logTo);
-    }
-    void TearDown() override { PLT_SetLogSink(nullptr); }
-
-    TempDir dir;
-    Store store;
-    ServerOptions options;
-};
+class Handling : public ::testing::TestWithParam<Exchange> {};
 
 }  // namespace
 
 TEST_P(Handling, RequestsToReplies)
 {
+    TempDir dir;
+    Store store;
+    std::string error;
+    ASSERT_TRUE(store.open(dir.path() + "/pb.db", &error)) << error;
+    ASSERT_EQ(0, webconfd::importSample(store).rejected);
+    ServerOptions options;
+    if (GetParam().options)
+        GetParam().options(options);
+    PLT_SetLogSink(logTo);
     EXPECT_EQ(GetParam().transcript, transcript(store, options, GetParam().steps));
+    PLT_SetLogSink(nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Webconfd, Handling, ::testing::ValuesIn(kExchanges), rowName<Exchange>);
+
