@@ -35,10 +35,7 @@ std::string text(const Json::Value& json)
 }
 
 template <typename Row>
-std::string rowName(const ::testing::TestParamInfo<Row>& info)
-{
-    return info.param.name;
-}
+std::string rowName(const ::testing::TestParamInfo<Row>& info) { return info.param.name; }
 
 }  // namespace
 
@@ -102,25 +99,22 @@ TEST(Latin1, TreesConvertCopiedOrInPlace)
 
 namespace {
 
+/* A text on the wire, read and written again by `reread`. It comes back
+ * byte for byte, or, given `readsAs`, as that text does. */
 struct Wire {
     std::string name;
-    Json::Value (*reread)(const Json::Value&);                // from its text and out again
+    Json::Value (*reread)(const Json::Value&);
     bool (*same)(const Json::Value&, const Json::Value&);    // records: equality of what they read as
-    Json::Value made;                                        // what the writer made; null: the text is the record
+    Json::Value made;                                        // the writer's own, when not null
     std::string text;
+    std::string readsAs = "";
 };
 
 template <typename T>
-Json::Value rereadRecord(const Json::Value& utf8)
-{
-    return latin1ToUtf8(T::fromJson(utf8ToLatin1(utf8)).toJson());
-}
+Json::Value rereadRecord(const Json::Value& utf8) { return latin1ToUtf8(T::fromJson(utf8ToLatin1(utf8)).toJson()); }
 
 template <typename T>
-bool sameRecord(const Json::Value& a, const Json::Value& b)
-{
-    return T::fromJson(utf8ToLatin1(a)) == T::fromJson(utf8ToLatin1(b));
-}
+bool sameRecord(const Json::Value& a, const Json::Value& b) { return T::fromJson(utf8ToLatin1(a)) == T::fromJson(utf8ToLatin1(b)); }
 
 Json::Value rereadRequest(const Json::Value& json)
 {
@@ -130,15 +124,17 @@ Json::Value rereadRequest(const Json::Value& json)
     return r.toJson();
 }
 
-Json::Value rereadResponse(const Json::Value& json)
-{
-    return Response::fromJson(json, "b").toJson();
-}
+Json::Value rereadResponse(const Json::Value& json) { return Response::fromJson(json, "b").toJson(); }
 
 template <typename T>
 Wire record(const std::string& name, const std::string& text, const Json::Value& made = Json::Value())
 {
     return Wire{name, rereadRecord<T>, sameRecord<T>, latin1ToUtf8(made), text};
+}
+
+Wire reply(const std::string& name, const std::string& text, const std::string& readsAs)
+{
+    return Wire{name, rereadResponse, nullptr, Json::Value(), text, readsAs};
 }
 
 /* Copies of `json` with one value changed each: a text gets an "x", a number one more. */
@@ -175,10 +171,7 @@ const Wire kWires[] = {
                     R"("text3":"685537 5674","text7":"t7","uid":"u1"})"),
     record<Event>("EmptyEvent", R"({"backend":"","duration":0,"kind":0,"name":"","number":"","timestamp":0,"uid":""})",
                   Event().toJson()),
-    record<Event>("FullEvent", R"({"backend":"b","duration":61,"kind":2,"name":"G\u00e4nsel","number":"0711",)"
-                               R"("timestamp":4102444800,"uid":"e1"})"),
     record<Folder>("EmptyFolder", R"({"backend":"","count":0,"name":"","uid":""})", Folder().toJson()),
-    record<Folder>("FullFolder", R"({"backend":"b","count":12,"name":"Gesch\u00e4ft","uid":"f1"})"),
     {"EmptyRequest", rereadRequest, nullptr, Request(0, "").toJson(),
      R"({"offset":0,"params":null,"queryId":0,"size":0,"userId":""})"},
     {"ContactRequest", rereadRequest, nullptr, Json::Value(),
@@ -197,18 +190,39 @@ const Wire kWires[] = {
      R"("numbers":[],"optionalText":"\u00b5","text3":"69","text7":"","uid":""}],"message":"gr\u00fc\u00df",)"
      R"("queryId":3000000000,"total":7,"type":0})"},
     {"EventsResponse", rereadResponse, nullptr, Json::Value(),
-     R"({"items":[{"backend":"b","duration":6,"kind":1,"name":"\u00c4","number":"0","timestamp":5,"uid":"e"}],)"
-     R"("message":"","queryId":1,"total":7,"type":1})"},
+     R"({"items":[{"backend":"b","duration":6,"kind":1,"name":"\u00c4","number":"0","timestamp":4102444800,)"
+     R"("uid":"e"}],"message":"","queryId":1,"total":7,"type":1})"},
     {"FoldersResponse", rereadResponse, nullptr, Json::Value(),
      R"({"items":[{"backend":"b","count":3,"name":"\u00df","uid":"f"}],"message":"","queryId":2,"total":7,"type":2})"},
+    /* Untrusted replies read as the clean ones. */
+    reply("NotAnObject", R"([{"queryId": 1}])", "{}"),
+    reply("IdPast32Bits", R"({"queryId": 4294967296, "type": 1})", "{}"),
+    reply("IdWithFraction", R"({"queryId": 7.0, "type": 1, "total": 3})", "{}"),
+    reply("OutOfRange", R"({"queryId": 7, "type": 99999999999, "total": 2147483648, "message": 5})", R"({"queryId": 7})"),
+    reply("ItemsNotAList", R"({"queryId": 7, "type": 0, "total": -4, "items": {"a": {}}})", R"({"queryId": 7, "total": -4})"),
+    reply("AcknowledgeHasNoItems", R"({"queryId": 7, "type": 3, "items": [{}]})", R"({"queryId": 7, "type": 3})"),
+    reply("ItemsNotObjects", R"({"queryId": 7, "type": 2, "items": [1, null, "x", [], true, {}]})",
+     R"({"queryId": 7, "type": 2, "items": [{}]})"),
+    reply("MembersOfWrongTypes",
+     R"({"queryId": 7, "type": 0, "items": [{"uid": 17, "lastName": [], "firstName": "Eva", "numbers": [1,)"
+     R"( {"value1": {}, "value2": 2.0, "value3": 3000000000}], "entries": [5, {"value": 1.5}], "optionalText": 5},)"
+     R"( {"numbers": {}, "entries": "x"}]})",
+     R"({"queryId": 7, "type": 0, "items": [{"firstName": "Eva", "numbers": [{}], "entries": [{}]}, {}]})"),
+    reply("BadUtf8AndNamesThatAreNotOurs",
+     "{\"queryId\": 7, \"type\": 0, \"items\": [{\"lastName\": \"\\u20ac\xC3\", \"lastNam\\u00e9\": \"x\","
+     " \"lastNam\xC1\xA5\": \"y\", \"firstName\": \"\xC3\xA4\", \"a\": 1, \"zz\": 2}]}",
+     R"({"queryId": 7, "type": 0, "items": [{"lastName": "??", "firstName": "\u00e4"}]})"),
+    reply("TimesNotWhole",
+     R"({"queryId": 7, "type": 1, "items": [{"timestamp": 1e3, "kind": true, "duration": 4294967296},)"
+     R"( {"timestamp": 9223372036854775808}]})",
+     R"({"queryId": 7, "type": 1, "items": [{}, {}]})"),
 };
 
 class WireForm : public ::testing::TestWithParam<Wire> {};
 
 }  // namespace
 
-/* Whatever goes out comes back from its text byte for byte; in a record
- * every value is read and counts in its equality. */
+/* In a record every value is read and counts in its equality. */
 TEST_P(WireForm, IsItsTextAndComesBackByteForByte)
 {
     const Wire& w = GetParam();
@@ -216,7 +230,7 @@ TEST_P(WireForm, IsItsTextAndComesBackByteForByte)
         EXPECT_EQ(w.text, text(w.made));
     }
     const Json::Value json = parse(w.text);
-    EXPECT_EQ(w.text, text(w.reread(json)));
+    EXPECT_EQ(w.readsAs.empty() ? w.text : text(w.reread(parse(w.readsAs))), text(w.reread(json)));
     if (w.same) {
         EXPECT_TRUE(w.same(json, json));
         for (const Json::Value& v : variants(json))
@@ -225,51 +239,3 @@ TEST_P(WireForm, IsItsTextAndComesBackByteForByte)
 }
 
 INSTANTIATE_TEST_SUITE_P(Phonebook, WireForm, ::testing::ValuesIn(kWires), rowName<Wire>);
-
-/* ---- untrusted input ---------------------------------------------------- */
-
-namespace {
-
-/* A reply and the clean reply it must read as. */
-struct Hostile {
-    std::string name;
-    std::string text;
-    std::string readsAs;
-};
-
-const Hostile kHostile[] = {
-    {"NotAnObject", R"([{"queryId": 1}])", "{}"},
-    {"IdPast32Bits", R"({"queryId": 4294967296, "type": 1})", "{}"},
-    {"IdWithFraction", R"({"queryId": 7.0, "type": 1, "total": 3})", "{}"},
-    {"OutOfRange", R"({"queryId": 7, "type": 99999999999, "total": 2147483648, "message": 5})", R"({"queryId": 7})"},
-    {"ItemsNotAList", R"({"queryId": 7, "type": 0, "total": -4, "items": {"a": {}}})", R"({"queryId": 7, "total": -4})"},
-    {"AcknowledgeHasNoItems", R"({"queryId": 7, "type": 3, "items": [{}]})", R"({"queryId": 7, "type": 3})"},
-    {"ItemsNotObjects", R"({"queryId": 7, "type": 2, "items": [1, null, "x", [], true, {}]})",
-     R"({"queryId": 7, "type": 2, "items": [{}]})"},
-    {"MembersOfWrongTypes",
-     R"({"queryId": 7, "type": 0, "items": [{"uid": 17, "lastName": [], "firstName": "Eva", "numbers": [1,)"
-     R"( {"value1": {}, "value2": 2.0, "value3": 3000000000}], "entries": [5, {"value": 1.5}], "optionalText": 5},)"
-     R"( {"numbers": {}, "entries": "x"}]})",
-     R"({"queryId": 7, "type": 0, "items": [{"firstName": "Eva", "numbers": [{}], "entries": [{}]}, {}]})"},
-    {"BadUtf8AndNamesThatAreNotOurs",
-     "{\"queryId\": 7, \"type\": 0, \"items\": [{\"lastName\": \"\\u20ac\xC3\", \"lastNam\\u00e9\": \"x\","
-     " \"lastNam\xC1\xA5\": \"y\", \"firstName\": \"\xC3\xA4\", \"a\": 1, \"zz\": 2}]}",
-     R"({"queryId": 7, "type": 0, "items": [{"lastName": "??", "firstName": "\u00e4"}]})"},
-    {"TimesNotWhole",
-     R"({"queryId": 7, "type": 1, "items": [{"timestamp": 1e3, "kind": true, "duration": 4294967296},)"
-     R"( {"timestamp": 9223372036854775808}]})",
-     R"({"queryId": 7, "type": 1, "items": [{}, {}]})"},
-};
-
-class HostileReply : public ::testing::TestWithParam<Hostile> {};
-
-}  // namespace
-
-TEST_P(HostileReply, ReadsAsTheCleanReply)
-{
-    Response r;
-    ASSERT_NO_THROW(r = Response::fromJson(parse(GetParam().text), "b"));
-    EXPECT_EQ(text(Response::fromJson(parse(GetParam().readsAs), "b").toJson()), text(r.toJson()));
-}
-
-INSTANTIATE_TEST_SUITE_P(Phonebook, HostileReply, ::testing::ValuesIn(kHostile), rowName<Hostile>);
