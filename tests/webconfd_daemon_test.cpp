@@ -196,7 +196,7 @@ std::string transcript(Store& store, const ServerOptions& options, const std::ve
 const Exchange kExchanges[] = {
     /* Negative offsets count as 0, a size of 0 or less is the default. */
     {"Pages", [](ServerOptions& o) { o.recordsPerReply = 2, o.defaultSize = 2, o.maxSize = 3; },
-     {{q(1, "contact", 2, R"("")", R"(,"offset":39,"size":2)")}, {q(2, "contact", 2, R"("")", R"(,"offset":-5,"size":0)")},
+     {{q(1, "contact", 2, R"("")", R"(,"offset":39,"size":2)")}, {q(2, "contact", 2, R"("")", R"(,"offset":-5)")},
       {q(3, "contact", 2, R"("")", R"(,"size":99999)")}}, R"(
 kivo@Local {"items":["36"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
@@ -254,7 +254,7 @@ kivo@Local {"items":[],"message":"unsupported operation none 0","queryId":2,"tot
     {"Malformed", nullptr,
      {{"[1, 2]", "%n@Local"}, {R"({"queryId":4294967296,"params":null})"}, {R"({"queryId":1})"},
       {R"({"queryId":1,"userId":7,"params":null})"}, {R"({"queryId":1,"params":3})"}, {R"({"queryId":1,"params":{}})"},
-      {R"({"queryId":1,"params":{"kind":"event","type":"0"}})"}, {R"({"queryId":1,"params":{"kind":"phone","type":0}})"},
+      {R"({"queryId":1,"params":{"kind":"event","type":"0"}})"}, {R"({"queryId":1,"params":{"kind":"ph","type":0}})"},
       {R"({"queryId":1,"params":null,"size":1e12})"}, {"", ""}}, R"(
 ERROR handle: request from %n@Local dropped: request is not a JSON object
 ERROR handle: request from kivo@Local dropped: "queryId" is missing or not an unsigned 32-bit integer
@@ -263,7 +263,7 @@ ERROR handle: request from kivo@Local dropped: "userId" is not a string
 ERROR handle: request from kivo@Local dropped: "params" is neither an object nor null
 ERROR handle: request from kivo@Local dropped: "params.kind" is missing or not a string
 ERROR handle: request from kivo@Local dropped: "params.type" is missing or not a 32-bit integer
-ERROR handle: request from kivo@Local dropped: "params.kind" "phone" is none of contact, event, folder
+ERROR handle: request from kivo@Local dropped: "params.kind" "ph" is none of contact, event, folder
 ERROR handle: request from kivo@Local dropped: "size" is not a 32-bit integer
 )"},
     /* A change reaches the other clients known up to their time to live after their last request,
@@ -283,11 +283,12 @@ other@Local {"items":[],"message":"deleted contact 3","queryId":4,"total":0,"typ
 other@Local {"items":[],"message":"phonebook changed","queryId":4294967295,"total":0,"type":5}
 )"},
     /* The texts of contacts 1 and 38 are 502 and 389 bytes as sent. */
-    {"CutByBytes", [](ServerOptions& o) { o.bytesPerReply = 891; }, {{q(1, "contact", 2, R"("")", R"(,"size":2)")}}, R"(
+    {"CutByBytes", [](ServerOptions& o) { o.bytesPerReply = 891; }, {{q(1, "contact", 2, R"("")", ",\"size\":2")}}, R"(
 kivo@Local {"items":["1","38"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
 )"},
-    {"CutByBytesOneLess", [](ServerOptions& o) { o.bytesPerReply = 890; }, {{q(1, "contact", 2, R"("")", R"(,"size":2)")}}, R"(
+    {"CutByBytesOneLess", [](ServerOptions& o) { o.bytesPerReply = 890; },
+     {{q(1, "contact", 2, R"("")", ",\"size\":2")}}, R"(
 kivo@Local {"items":["1"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":["38"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0}
