@@ -52,7 +52,8 @@ const Row rows[] = {
      "------------------------------------------------------------------------------------\nCmdSetInterface\nCmdSetInterface  KIVO_GetIfcEnable() 7\n"
      "CmdSetInterface\nCmdSetInterface  KIVO_GetIfcEnable() 0\nCmdDumpDB\nkivo\n'--iIfcEnable        0\n"},
     {"Searches", DO(type("name abcdefghijklmnopqrstuvwxyz0123456789"); type("idABC"); type("number 0711 234");
-                    type("index 5")), "CmdSearchByName\nKIVO_TFSearchByName  strName abcdefghijklmnopqrstuvwxyz01234\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+                    type("index 5")),
+     "CmdSearchByName\nKIVO_TFSearchByName  strName abcdefghijklmnopqrstuvwxyz01234\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/166 json {'offset':0,'params':{'data':'abcdefghijklmnopqrstuvwxyz01234','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"
      "CmdSearchByID\nKIVO_TFSearchByID  id ABC\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/138 json {'offset':0,'params':{'data':'ABC','kind':'contact','type':0},'queryId':1,'size':100,'userId':''}\n"
@@ -61,7 +62,7 @@ const Row rows[] = {
      "CmdSearchByIndex\nKIVO_TFSearchByIndex  strName 5\n* timer 67 5000 0x00000002/0/0 u32 3\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'5','kind':'contact','type':4},'queryId':3,'size':100,'userId':''}\n"},
     {"ResultTableAndDelete", DO(type("name W"); t.reply(0, Contacts, 3, listed()); t.reply(0, Contacts, 3);
-                                type("del 0"); type("del 3"); type("del -1"); type("del")),
+                                type("del 0"); type("del 3"); EXPECT_EQ(KIVO_TFDelete(-1), 0); type("del")),
      "CmdSearchByName\nKIVO_TFSearchByName  strName W\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"
      "addContact:923  strSearchPattern W  iCountFound 3\naddContact:923  strSearchPattern W  iCountFound 3\n"
@@ -73,12 +74,13 @@ const Row rows[] = {
      " 2) Wellbrook             F                     uid-Wellbrook         vornsyn   \n    '--  0 * 0711                               0 0\nCmdDelContact\n"
      "KIVO_TFDelete:956  iIndex 0\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/142 json {'offset':0,'params':{'data':'uid-Wefer','kind':'contact','type':6},'queryId':1,'size':0,'userId':''}\n"
-     "CmdDelContact\nKIVO_TFDelete:956  iIndex 3\nKIVO_TFDelete:958  invalid iIndex\nCmdDelContact\nKIVO_TFDelete:956  iIndex -1\n"
-     "KIVO_TFDelete:958  invalid iIndex\nCmdDelContact\nKIVO_TFDelete:956  iIndex 0\n* timer 67 5000 0x00000002/0/0 u32 2\n"
+     "CmdDelContact\nKIVO_TFDelete:956  iIndex 3\nKIVO_TFDelete:958  invalid iIndex\nKIVO_TFDelete:956  iIndex -1\nKIVO_TFDelete:958  invalid iIndex\n"
+     "CmdDelContact\nKIVO_TFDelete:956  iIndex 0\n* timer 67 5000 0x00000002/0/0 u32 2\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/142 json {'offset':0,'params':{'data':'uid-Wefer','kind':'contact','type':6},'queryId':2,'size':0,'userId':''}\n"},
     {"ElevenRowsAtMost", DO(type("id 1"); t.reply(0, Contacts, 12, items({"A", "B", "C", "D", "E", "F", "G", "H", "I",
                                                                          "J", "K", "L"}));
-                            type("del 11"); type("del 10")), "CmdSearchByID\nKIVO_TFSearchByID  id 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+                            type("del 11"); type("del 10")),
+     "CmdSearchByID\nKIVO_TFSearchByID  id 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'1','kind':'contact','type':0},'queryId':0,'size':100,'userId':''}\n"
      "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\n"
      "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\n"
@@ -94,7 +96,8 @@ const Row rows[] = {
      "addContact:923  strSearchPattern 1  iCountFound 1\nCmdSearchByID\nKIVO_TFSearchByID  id 2\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'2','kind':'contact','type':0},'queryId':1,'size':100,'userId':''}\n"
      "CmdDelContact\nKIVO_TFDelete:956  iIndex 0\nKIVO_TFDelete:958  invalid iIndex\n"},
-    {"AddSamples", DO(type("add 1"); type("Add 2"); type("add 3"); type("add")), "CmdAddContact\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+    {"AddSamples", DO(type("add 1"); type("Add 2"); type("add 3"); type("add")),
+     "CmdAddContact\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/664 json {'offset':0,'params':{'data':{'backend':'source','company':'H\\u00f6strand','entries':[],'extraText1':'','extraText2':'','extraText3':'','extraText4':'','extraText5':'','extraText6':'','extraText7':'','firstName':'Tilmo','lastName':'Wefer','numbers':[{'number':'011122233344','text1':'','text3':'','text4':'','value1':1,'value2':2,'value3':-1}],'text3':'93337 84566','text7':'','uid':''},'kind':'contact','type':5},'queryId':0,'size':0,'userId':''}\n"
      "CmdAddContact\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/508 json {'offset':0,'params':{'data':{'backend':'source','company':'Mittelwinkel GmbH','entries':[],'extraText1':'','extraText2':'','extraText3':'','extraText4':'','extraText5':'','extraText6':'','extraText7':'','firstName':'Jorn','lastName':'Wellbrook','numbers':[],'text3':'935527665 5676','text7':'','uid':''},'kind':'contact','type':5},'queryId':1,'size':0,'userId':''}\n"

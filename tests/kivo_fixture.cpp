@@ -1,7 +1,4 @@
-/*
- * Test frame of the module's unit tests: the transcript and the query
- * client that writes into it.
- */
+/* Test frame of the module's unit tests: the transcript and its cases. */
 #include "kivo_fixture.h"
 
 #include <algorithm>
@@ -14,10 +11,7 @@ std::atomic<int> FakeClient::made{0};
 
 FakeClient::FakeClient(QueryMode mode, const Json::Value& value, bool bestMatch) : number(made++)
 {
-    parameters.mode = mode;
-    parameters.value = value;
-    parameters.offset = 0;
-    parameters.size = 100;
+    parameters = QueryParameters{value, mode, 0, 100, ""};
     bestMatchOnly = bestMatch;
     alive++;
 }
@@ -123,7 +117,8 @@ std::string KivoTest::transcript() const
                     (t.callback == &KIVO_Process ? " KIVO_Process" : " ?");
         } else if (kind == "register" && console < r.consoles.size()) {
             const rec::Console& c = r.consoles[console++];
-            line += "* register " + c.name + " " + c.title + (c.interpreter == &KIVO_Interpreter ? " KIVO_Interpreter" : " ?");
+            line += "* register " + c.name + " " + c.title +
+                    (c.interpreter == &KIVO_Interpreter ? " KIVO_Interpreter" : " ?");
         } else {
             line += "* " + call;
         }

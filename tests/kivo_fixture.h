@@ -60,7 +60,7 @@ public:
     void TearDown() override;
 
     /* Load-time state and a fresh platform, nothing started. */
-    void unload() { resetModule(), rec::reset(), from = 0; }
+    void unload() { resetModule(); rec::reset(); from = 0; }
     /* The transcript shows what is recorded from now on. */
     void mark() { from = rec::recorder().calls.size(); }
     std::string transcript() const;

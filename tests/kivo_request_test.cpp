@@ -40,7 +40,8 @@ const Row rows[] = {
                                rec::failNext(PltFault::Create, 4, 1); t.backend().addContact(&contact);
                                rec::failNext(PltFault::Create, 5, 1); t.backend().deleteContact(&contact);
                                rec::failNext(PltFault::Create, 6, 1); t.backend().addEvent(&event);
-                               rec::failNext(PltFault::Create, 7, 1); t.backend().deleteEvent(&event); t.expire(0); t.expire(4)),
+                               rec::failNext(PltFault::Create, 7, 1); t.backend().deleteEvent(&event);
+                               t.expire(0); t.expire(4)),
      "* timer 67 5000 0x00000002/0/0 u32 0\n* create 0x00000000/0/136\n* error kivomain:startQuery:273 cMsg.Create failed\n\n"
      "* timer 67 5000 0x00000002/0/0 u32 1\n* create 0x00830001/0/458\n* error kivomain:addContact:330 cMsg.Create failed\n\n"
      "* timer 67 5000 0x00000002/0/0 u32 2\n* create 0x00830001/0/133\n* error kivomain:deleteContact:384 cMsg.Create failed\n\n"
@@ -53,7 +54,8 @@ const Row rows[] = {
      "* timer 67 5000 0x00000002/0/0 u32 9\n"},
     {"OversizedRequest", DO(t.search(NameAlpha, Json::Value(std::string(MAN_MAX_MSG, 'x')))),
      "* timer 67 5000 0x00000002/0/0 u32 0\n* create 0x00000000/0/65671\n* error kivomain:startQuery:273 cMsg.Create failed\n\n"},
-    {"CounterWraps", DO(uiQueryId = 0xFFFFFFFFu; t.search(); t.search()), "* timer 67 5000 0x00000002/0/0 u32 4294967295\n"
+    {"CounterWraps", DO(uiQueryId = 0xFFFFFFFFu; t.search(); t.search()),
+     "* timer 67 5000 0x00000002/0/0 u32 4294967295\n"
      "* ipc webconfd@Local from '' 0x00000000/0/145 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':4294967295,'size':100,'userId':''}\n"
      "* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"},
@@ -79,7 +81,8 @@ TEST_P(ModeTest, TracedRequest)
     const Mode& m = GetParam();
     info();
     search(static_cast<QueryMode>(m.mode));
-    EXPECT_EQ(transcript(), std::string("startQuery:182  QueryId 0\n* timer 67 5000 0x00000002/0/0 u32 0\nstartQuery:") +
+    EXPECT_EQ(transcript(), std::string("startQuery:182  QueryId 0\n* timer 67 5000 0x00000002/0/0 u32 0\n") +
+                                "startQuery:" +
                                 m.trace + "  size 100\nstartQuery:252 userid \nstartQuery:267 strRequest <request>\n"
                                 "* create 0x00000000/0/" + std::to_string(m.size) +
                                 "\nSource address:  Destination address: webconfd@Local\n"
@@ -98,6 +101,6 @@ const Mode modes[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Request, ModeTest, ::testing::ValuesIn(modes),
-                         [](const ::testing::TestParamInfo<Mode>& info) { return std::string(info.param.name); });
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

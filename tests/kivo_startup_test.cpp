@@ -11,19 +11,18 @@ using namespace ZEMBRA::Phonebook;
 
 namespace {
 
-/* The module's state as loaded, before any case resets it. */
-const std::vector<unsigned int> loaded = {static_cast<unsigned int>(KIVODebugLevel[0]),
-                                          static_cast<unsigned int>(KIVODebugLevel[1]),
-                                          static_cast<unsigned int>(iIfcEnable), uiQueryId};
+/* The module's state as loaded (levels exp and info, switch, query id),
+ * before any case resets it. */
+const std::vector<int> loaded = {KIVODebugLevel[0], KIVODebugLevel[1], iIfcEnable, static_cast<int>(uiQueryId)};
 
 TEST(Load, StateBeforeTheStart)
 {
-    EXPECT_EQ(loaded, (std::vector<unsigned int>{0, 0, 1, 0})) << "levels exp and info, switch, query id";
+    EXPECT_EQ(loaded, (std::vector<int>{0, 0, 1, 0}));
 }
 
-void deliver(const rec::RawBuilder& raw, int event = MAN_EVENT_MESSAGE)
+void deliver(const rec::RawBuilder& raw)
 {
-    ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, event, 0, raw.build()));
+    ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, raw.build()));
 }
 
 bool startEvent()
@@ -59,7 +58,8 @@ const Row rows[] = {
                                    rec::deliver(67, 7, 1, nullptr); KIVO_InitDb(); EXPECT_EQ(pManager.load(), nullptr)),
      "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n"},
     {"CallsBeforeTheStart", DO(t.unload(); ASSERT_EQ(KIVO_ExpInit(), 0); everyCall(t, -1, true);
-                               deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(0)); deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"))),
+                               deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(0));
+                               deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"))),
      "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n* error kivomain:KIVO_Query:703 kivo task not started\n~0 requestFinished\n"
      "~0 released\n* error kivomain:KIVO_AddContact:723 kivo task not started\n* error kivomain:KIVO_DelContact:743 kivo task not started\n"
      "* error kivomain:KIVO_AddEvent:763 kivo task not started\n* error kivomain:KIVO_DelEvent:783 kivo task not started\n"
@@ -70,7 +70,7 @@ const Row rows[] = {
      "KIVO_MsgSwitch *** unknown Primitive 0x00000003\nCManMessage primitive 0x00000003 length 18\n  u32 0x00000005 5\n  string length 4 \"a\\x5cb\\x01\"\n"},
     {"NotAMessage", DO(rec::failNext(PltFault::Assign, 5); deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0x00, 0x83}));
-                       rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, MAN_TAG_STRING, 0, 0, 9, 0, 'x'}));
+                       rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, MAN_TAG_STRING, 0, 0, 9, 'x'}));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, 0x7f}))),
      "* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 5\n* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n"
      "* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n"},
@@ -79,7 +79,8 @@ const Row rows[] = {
     {"FieldsMissing", DO(t.search(); t.mark(); t.info(); deliver(rec::RawBuilder(KIVO_PRIM_RESULT));
                          deliver(rec::RawBuilder(KIVO_PRIM_TIMER))),
      "Result:525 strResult \n~0 finished 1\nTimeout:676 query 0 finished by timer\n~0 released\n"},
-    {"TimerAndReply", DO(uiQueryId = 7; t.search(); t.mark(); t.info(); deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(7));
+    {"TimerAndReply", DO(uiQueryId = 7; t.search(); t.mark(); t.info();
+                         deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(7));
                          deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{\"queryId\": 99, \"type\": 3}"))),
      "~0 finished 1\nTimeout:676 query 7 finished by timer\n~0 released\nResult:525 strResult \n{\"queryId\": 99, \"type\": 3}%\n"
      "Result:543 abort: invalid id 63\n"},
@@ -104,7 +105,8 @@ const Row exported[] = {
      "* log kivoexp:KIVO_ExpDelContact:127 kivo-interface disabled\nKIVO_ExpAddEvent  pEvent (nil)\n"
      "* log kivoexp:KIVO_ExpAddEvent:143 kivo-interface disabled\nKIVO_ExpDelEvent  pEvent (nil)\n* log kivoexp:KIVO_ExpDelEvent:159 kivo-interface disabled\n"},
     {"AnyOtherValueEnables", DO(KIVO_SetIfcEnable(5); EXPECT_EQ(KIVO_GetIfcEnable(), 5); KIVO_DumpDb();
-                                Event event; EXPECT_EQ(KIVO_ExpDelEvent(&event), 0)), "kivo\n'--iIfcEnable        5\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+                                Event event; EXPECT_EQ(KIVO_ExpDelEvent(&event), 0)),
+     "kivo\n'--iIfcEnable        5\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/131 json {'offset':0,'params':{'data':'','kind':'event','type':3},'queryId':0,'size':0,'userId':''}\n"},
     /* Null records go to the manager, which drops them; no client, no search. */
     {"Traced", DO(KIVO_DebugSet("exp", 1); everyCall(t, 0, false);

@@ -25,14 +25,12 @@ TEST_F(Threads, EverySearchEndsExactlyOnce)
             Event event;
             for (int i = 0; i < kOps; i++) {
                 const unsigned int op = rng() % 4;
-                if (op == 0) {
-                    KIVO_ExpAddContact(&contact);
-                } else if (op == 1) {
-                    KIVO_ExpDelEvent(&event);
-                } else {
-                    clients[c].emplace_back(new FakeClient(NameAlpha, Json::Value("W")));
-                    KIVO_ExpQuery(clients[c].back(), Manager::SearchBackends);
+                if (op < 2) {
+                    op == 0 ? KIVO_ExpAddContact(&contact) : KIVO_ExpDelEvent(&event);
+                    continue;
                 }
+                clients[c].emplace_back(new FakeClient(NameAlpha, Json::Value("W")));
+                KIVO_ExpQuery(clients[c].back(), Manager::SearchBackends);
             }
             done++;
         });
