@@ -405,8 +405,10 @@ int DTM_ExpRegister(const char* name, const char* title, DTM_Interpreter interpr
  * binary linked with -Wl,--wrap=_ZN11CManMessage6CreateEjji has the
  * module's calls come here first and recorded with all their arguments;
  * without that option this is never called. */
-extern "C" int __real__ZN11CManMessage6CreateEjji(CManMessage*, unsigned int, unsigned int, int) __attribute__((weak));
-extern "C" int __wrap__ZN11CManMessage6CreateEjji(CManMessage* msg, unsigned int primitive, unsigned int flags, int size)
+extern "C" int __real__ZN11CManMessage6CreateEjji(CManMessage*, unsigned int, unsigned int, int)
+    __attribute__((weak));
+extern "C" int __wrap__ZN11CManMessage6CreateEjji(CManMessage* msg, unsigned int primitive, unsigned int flags,
+                                                  int size)
 {
     {
         Guard guard(recLock);
