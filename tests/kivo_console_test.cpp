@@ -40,8 +40,8 @@ const Row rows[] = {
     {"Unknown", DO(type(" help"); type("s"); type("t"); type("d"); type("i"); type("xyz")),
      "unknown command\nunknown command\nunknown command\nunknown command\nunknown command\nunknown command\n"},
     {"GetAndSet", DO(type("GET"); type("set it")), "CmdGet\nCmdSet\n"},
-    /* Words are cut to the buffer, 11 characters of a trace name and 31 of
-     * a search word; what follows a cut word is still read. */
+    /* Words are cut to the buffer, 11 characters of a trace name (here) and
+     * 31 of a search word (below); what follows a cut word is still read. */
     {"TraceSet", DO(type("ti", 1); type("ts   info   1", 1); type("ts exp4567890123 1", 1)),
      "CmdTraceStatus\nKIVO_DebugDump\nidx name       status\n----------------------\n 0  exp        0\n 1  info       0\nCmdTraceSet\n"
      "KIVO_DebugSet pName info  iValue 1\nKIVO_DebugDump\nidx name       status\n----------------------\n 0  exp        0\n 1  info       1\nCmdTraceSet\n"
@@ -96,7 +96,7 @@ const Row rows[] = {
      "addContact:923  strSearchPattern 1  iCountFound 1\nCmdSearchByID\nKIVO_TFSearchByID  id 2\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'2','kind':'contact','type':0},'queryId':1,'size':100,'userId':''}\n"
      "CmdDelContact\nKIVO_TFDelete:956  iIndex 0\nKIVO_TFDelete:958  invalid iIndex\n"},
-    {"AddSamples", DO(type("add 1"); type("Add 2"); type("add 3"); type("add")),
+    {"AddSamples", DO(type("add 1"); type("Add 2"); type("add 3"); type("add 4")),
      "CmdAddContact\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/664 json {'offset':0,'params':{'data':{'backend':'source','company':'H\\u00f6strand','entries':[],'extraText1':'','extraText2':'','extraText3':'','extraText4':'','extraText5':'','extraText6':'','extraText7':'','firstName':'Tilmo','lastName':'Wefer','numbers':[{'number':'011122233344','text1':'','text3':'','text4':'','value1':1,'value2':2,'value3':-1}],'text3':'93337 84566','text7':'','uid':''},'kind':'contact','type':5},'queryId':0,'size':0,'userId':''}\n"
      "CmdAddContact\n* timer 67 5000 0x00000002/0/0 u32 1\n"

@@ -81,7 +81,9 @@ const Row rows[] = {
                                 t.reply(3, ConfigChanged, 0)),
      "* local 64 0x00840002/0/32\n* create 0x00840002/0/32\n* log kivomain:ClaerCache_NotifyConfigChangeMessage:507 send failed iRetCode 6\n"},
     {"TimerEndsTheSearch", DO(t.search(); t.search(); t.mark(); t.reply(1, Contacts, 2, items({"A"})); t.info();
-                              t.expire(0); t.expire(1); t.reply(1, Contacts, 1)),
+                              PbBackend::QueryState q; EXPECT_TRUE(t.backend().lookup(1, &q) && q.resultCount == 1);
+                              q.client.reset(); EXPECT_EQ(t.backend().openIds(), (std::vector<unsigned int>{0, 1}));
+                              t.expire(0); t.expire(1); t.reply(1, Contacts, 1); EXPECT_FALSE(t.backend().lookup(1, nullptr))),
      "~1 contact A uid-A vornsyn 1 'W' 2\n* fire 0\n~0 finished 1\nTimeout:676 query 0 finished by timer\n~0 released\n* fire 1\n~1 finished 0\n"
      "Timeout:676 query 1 finished by timer\n~1 released\nResult:525 strResult \n<reply>\nResult:543 abort: invalid id 1\n"},
     {"TimerEndsAChange", DO(changes(t); t.expire(2); t.info(); t.expire(0); t.backend().Timeout(9)),
