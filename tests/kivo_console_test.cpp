@@ -51,15 +51,16 @@ const Row rows[] = {
      "* log kivoexp:KIVO_ExpQuery:94 kivo-interface disabled\nidx name                  firstname             uid                   backend\n"
      "------------------------------------------------------------------------------------\nCmdSetInterface\nCmdSetInterface  KIVO_GetIfcEnable() 7\n"
      "CmdSetInterface\nCmdSetInterface  KIVO_GetIfcEnable() 0\nCmdDumpDB\nkivo\n'--iIfcEnable        0\n"},
-    {"Searches", DO(type("name abcdefghijklmnopqrstuvwxyz0123456789"); type("idABC"); type("number 0711 234");
-                    type("index 5")),
+    {"Searches", DO(type("name abcdefghijklmnopqrstuvwxyz0123456789"); type("idABC\r"); type("number 0711\t234");
+                    KIVO_DebugSet("exp", 1); type("index 5\n")),
      "CmdSearchByName\nKIVO_TFSearchByName  strName abcdefghijklmnopqrstuvwxyz01234\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/166 json {'offset':0,'params':{'data':'abcdefghijklmnopqrstuvwxyz01234','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"
      "CmdSearchByID\nKIVO_TFSearchByID  id ABC\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/138 json {'offset':0,'params':{'data':'ABC','kind':'contact','type':0},'queryId':1,'size':100,'userId':''}\n"
      "CmdSearchByNumber\nKIVO_TFSearchByNumber  strNumber 0711\n* timer 67 5000 0x00000002/0/0 u32 2\n"
      "* ipc webconfd@Local from '' 0x00000000/0/139 json {'offset':0,'params':{'data':'0711','kind':'contact','type':1},'queryId':2,'size':100,'userId':''}\n"
-     "CmdSearchByIndex\nKIVO_TFSearchByIndex  strName 5\n* timer 67 5000 0x00000002/0/0 u32 3\n"
+     "KIVO_DebugSet pName exp  iValue 1\nCmdSearchByIndex\nKIVO_TFSearchByIndex  strName 5\nKIVO_ExpQuery  searchMode 1\n"
+     "* timer 67 5000 0x00000002/0/0 u32 3\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'5','kind':'contact','type':4},'queryId':3,'size':100,'userId':''}\n"},
     {"ResultTableAndDelete", DO(type("name W"); t.reply(0, Contacts, 3, listed()); t.reply(0, Contacts, 3);
                                 type("del 0"); type("del 3"); EXPECT_EQ(KIVO_TFDelete(-1), 0); type("del")),
@@ -79,6 +80,8 @@ const Row rows[] = {
      "* ipc webconfd@Local from NULL 0x00830001/0/142 json {'offset':0,'params':{'data':'uid-Wefer','kind':'contact','type':6},'queryId':2,'size':0,'userId':''}\n"},
     {"ElevenRowsAtMost", DO(type("id 1"); t.reply(0, Contacts, 12, items({"A", "B", "C", "D", "E", "F", "G", "H", "I",
                                                                          "J", "K", "L"}));
+                            PbBackend::QueryState q; t.backend().lookup(0, &q);   /* the other addContact */
+                            q.client->addContact(Contact(), AbstractQueryClient::CacheRemote);
                             type("del 11"); type("del 10")),
      "CmdSearchByID\nKIVO_TFSearchByID  id 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'1','kind':'contact','type':0},'queryId':0,'size':100,'userId':''}\n"
@@ -87,8 +90,8 @@ const Row rows[] = {
      "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\n"
      "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\n"
      "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\n"
-     "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\nCmdDelContact\nKIVO_TFDelete:956  iIndex 11\n"
-     "KIVO_TFDelete:958  invalid iIndex\nCmdDelContact\nKIVO_TFDelete:956  iIndex 10\n* timer 67 5000 0x00000002/0/0 u32 1\n"
+     "addContact:923  strSearchPattern 1  iCountFound 12\naddContact:923  strSearchPattern 1  iCountFound 12\naddContact:903\nCmdDelContact\n"
+     "KIVO_TFDelete:956  iIndex 11\nKIVO_TFDelete:958  invalid iIndex\nCmdDelContact\nKIVO_TFDelete:956  iIndex 10\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/138 json {'offset':0,'params':{'data':'uid-K','kind':'contact','type':6},'queryId':1,'size':0,'userId':''}\n"},
     {"NewSearchClearsTheList", DO(type("id 1"); t.reply(0, Contacts, 1, items({"A"})); type("id 2"); type("del 0")),
      "CmdSearchByID\nKIVO_TFSearchByID  id 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"

@@ -1,9 +1,7 @@
 /*
- * Start-up and the task callback: task creation, console registration and
- * their failures, the start event, calls that come too early, the message
- * switch with the release of every received message; the exported
- * functions, the interface switch with its refusals, the trace levels and
- * the dumps.
+ * Start-up and its failures, calls that come too early, the task's message
+ * switch and the release of what it receives; the exported functions, the
+ * interface switch and its refusals, the trace levels and the dumps.
  */
 #include "kivo_fixture.h"
 
@@ -18,16 +16,6 @@ const std::vector<int> loaded = {KIVODebugLevel[0], KIVODebugLevel[1], iIfcEnabl
 TEST(Load, StateBeforeTheStart)
 {
     EXPECT_EQ(loaded, (std::vector<int>{0, 0, 1, 0}));
-}
-
-void deliver(const rec::RawBuilder& raw)
-{
-    ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, raw.build()));
-}
-
-bool startEvent()
-{
-    return rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr);
 }
 
 /* Each exported phonebook function once, with real records or, so that
@@ -45,30 +33,30 @@ void everyCall(KivoTest& t, int result, bool records)
 
 const Row rows[] = {
     {"Start", DO(t.unload(); KIVO_DebugSet("exp", 1); EXPECT_EQ(KIVO_ExpInit(), 0); EXPECT_EQ(pManager.load(), nullptr);
-                 ASSERT_TRUE(startEvent()); PbBackend* first = pBackend.load(); ASSERT_TRUE(startEvent());
+                 ASSERT_TRUE(t.startEvent()); PbBackend* first = pBackend.load(); ASSERT_TRUE(t.startEvent());
                  EXPECT_EQ(pBackend.load(), first); EXPECT_EQ(first->id(), "vornsyn")),
      "KIVO_DebugSet pName exp  iValue 1\nKIVO_ExpInit\n* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n"},
     {"TaskNotCreated", DO(t.unload(); rec::failNext(PltFault::TaskCreate, 7); EXPECT_EQ(KIVO_ExpInit(), 7)),
      "* tcreate kivo\n* log kivoexp:KIVO_ExpInit:69 unable to create process iRetCode 7\n"},
     /* The task is kept and still starts. */
     {"ConsoleNotRegistered", DO(t.unload(); rec::failNext(PltFault::Register, 9); EXPECT_EQ(KIVO_ExpInit(), 9);
-                                ASSERT_TRUE(startEvent()); EXPECT_NE(pBackend.load(), nullptr)),
+                                ASSERT_TRUE(t.startEvent()); EXPECT_NE(pBackend.load(), nullptr)),
      "* tcreate kivo 67 8 KIVO_Process\n* register kivo\n* log kivoexp:KIVO_ExpInit:76 unable to register testmenue 9\n"},
     {"OtherEventsStartNothing", DO(t.unload(); KIVO_ExpInit(); rec::deliver(67, MAN_EVENT_CONTROL, 2, nullptr);
                                    rec::deliver(67, 7, 1, nullptr); KIVO_InitDb(); EXPECT_EQ(pManager.load(), nullptr)),
      "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n"},
     {"CallsBeforeTheStart", DO(t.unload(); ASSERT_EQ(KIVO_ExpInit(), 0); everyCall(t, -1, true);
-                               deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(0));
-                               deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"))),
+                               t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(0));
+                               t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"))),
      "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n* error kivomain:KIVO_Query:703 kivo task not started\n~0 requestFinished\n"
      "~0 released\n* error kivomain:KIVO_AddContact:723 kivo task not started\n* error kivomain:KIVO_DelContact:743 kivo task not started\n"
      "* error kivomain:KIVO_AddEvent:763 kivo task not started\n* error kivomain:KIVO_DelEvent:783 kivo task not started\n"
      "* log kivomain:KIVO_QueryTimeout:831 no backend yet, timer 0 dropped\n* log kivomain:KIVO_QueryResult:841 no backend yet, result dropped\n"},
     {"TaskEvent", DO(void* raw = rec::RawBuilder(1).build(); rec::deliver(67, MAN_EVENT_TASK, 0x12, raw);
                      EXPECT_EQ(rec::releaseCount(raw), 0); MAN_ExpPFree(raw)), "KIVO_EventSwitch wPrimitiv 00000012\n"},
-    {"UnknownPrimitive", DO(deliver(rec::RawBuilder(3).u32(5).str("a\\b\x01"))),
+    {"UnknownPrimitive", DO(t.deliver(rec::RawBuilder(3).u32(5).str("a\\b\x01"))),
      "KIVO_MsgSwitch *** unknown Primitive 0x00000003\nCManMessage primitive 0x00000003 length 18\n  u32 0x00000005 5\n  string length 4 \"a\\x5cb\\x01\"\n"},
-    {"NotAMessage", DO(rec::failNext(PltFault::Assign, 5); deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"));
+    {"NotAMessage", DO(rec::failNext(PltFault::Assign, 5); t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0x00, 0x83}));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, MAN_TAG_STRING, 0, 0, 9, 'x'}));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, 0x7f}))),
@@ -76,12 +64,12 @@ const Row rows[] = {
      "* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n"},
     /* A missing field reads as 0 or "": the timer ends query 0, the reply
      * is no JSON. */
-    {"FieldsMissing", DO(t.search(); t.mark(); t.info(); deliver(rec::RawBuilder(KIVO_PRIM_RESULT));
-                         deliver(rec::RawBuilder(KIVO_PRIM_TIMER))),
+    {"FieldsMissing", DO(t.search(); t.mark(); t.info(); t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT));
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER))),
      "Result:525 strResult \n~0 finished 1\nTimeout:676 query 0 finished by timer\n~0 released\n"},
     {"TimerAndReply", DO(uiQueryId = 7; t.search(); t.mark(); t.info();
-                         deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(7));
-                         deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{\"queryId\": 99, \"type\": 3}"))),
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(7));
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{\"queryId\": 99, \"type\": 3}"))),
      "~0 finished 1\nTimeout:676 query 7 finished by timer\n~0 released\nResult:525 strResult \n{\"queryId\": 99, \"type\": 3}%\n"
      "Result:543 abort: invalid id 63\n"},
 };
