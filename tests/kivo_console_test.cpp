@@ -14,10 +14,11 @@ void type(const char* line, int result = 0)
     EXPECT_EQ(KIVO_Interpreter(line), result) << line;
 }
 
-/* Three contacts: one with three numbers, one with none, one plain. */
+/* Three contacts: one with three numbers, one with none, one with names
+ * longer than their columns. */
 Json::Value listed()
 {
-    Json::Value list = items({"Wefer", "St\xF6" "be", "Wellbrook"});
+    Json::Value list = items({"Wefer", "St\xF6" "be", "Wellbrook-Mittelwinkel"});
     list[0]["numbers"][0]["value1"] = 1, list[0]["numbers"][0]["value2"] = 2;
     list[0]["numbers"][2] = list[0]["numbers"][1] = contactItem("", "", "0049 711 2")["numbers"][0];
     list[1]["numbers"].clear();
@@ -72,7 +73,7 @@ const Row rows[] = {
      " 0) Wefer                 F                     uid-Wefer             vornsyn   \n    |--  0 * 0711                               1 2\n"
      "    |--  1   0049 711 2                         0 0\n    '--  2   0049 711 2                         0 0\n"
      " 1) St\xF6""be                 F                     uid-St\xF6""be             vornsyn   \n"
-     " 2) Wellbrook             F                     uid-Wellbrook         vornsyn   \n    '--  0 * 0711                               0 0\nCmdDelContact\n"
+     " 2) Wellbrook-Mittelwink  F                     uid-Wellbrook-Mittel  vornsyn   \n    '--  0 * 0711                               0 0\nCmdDelContact\n"
      "KIVO_TFDelete:956  iIndex 0\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/142 json {'offset':0,'params':{'data':'uid-Wefer','kind':'contact','type':6},'queryId':1,'size':0,'userId':''}\n"
      "CmdDelContact\nKIVO_TFDelete:956  iIndex 3\nKIVO_TFDelete:958  invalid iIndex\nKIVO_TFDelete:956  iIndex -1\nKIVO_TFDelete:958  invalid iIndex\n"
