@@ -1,87 +1,99 @@
 /*
- * Test frame of the module's unit tests: the module runs against the
- * recording platform; every test starts from a freshly loaded module and
- * ends clean (no open entry, no live raw message, no client left alive).
+ * Test frame of the module's unit tests. The module runs on the recording
+ * platform and a case is compared as one transcript: everything the module
+ * did through the platform, in order, every byte (traces, log records with
+ * file, function and line, messages with all their fields, timers). The
+ * tests' query clients write what they are handed into the same record, so
+ * deliveries are pinned in their order too. Every case ends clean: no
+ * client alive, no received message unreleased.
  */
 #ifndef TESTS_KIVO_FIXTURE_H
 #define TESTS_KIVO_FIXTURE_H
 
 #include <atomic>
-#include <memory>
 #include <string>
-#include <vector>
 
-#include <boost/shared_ptr.hpp>
 #include <gtest/gtest.h>
-#include <json/json.h>
 
-#include "kivo.h"
-#include "kivoglob.h"
-#include "pbbackend.h"
 #include "module_support.h"
-#include "platform/recording.h"
+#include "platform/log.h"
 
-/* A query client that records every call. `alive` counts the instances, so
- * a test can check that the module dropped every reference. */
+/* A query client whose calls show in the transcript as "~<n> ...", n
+ * counting the clients of a case; records with name, uid, backend and
+ * cache info. */
 class FakeClient : public ZEMBRA::Phonebook::AbstractQueryClient {
 public:
-    struct Delivery {
-        ZEMBRA::Phonebook::Contact contact;
-        int cacheInfo;
-        std::string pattern;
-        int count;
-    };
-
-    explicit FakeClient(ZEMBRA::Phonebook::QueryMode mode = ZEMBRA::Phonebook::NameAlpha,
-                        const Json::Value& value = Json::Value("W"));
-    ~FakeClient() override;
-
-    void requestFinished() override { finishedCalls++; }
+    FakeClient(ZEMBRA::Phonebook::QueryMode mode, const Json::Value& value, bool bestMatch = false);
+    ~FakeClient() override { UI_ExpWritef("~%d released\n", number); alive--; }
+    void requestFinished() override
+    {
+        ends++;
+        UI_ExpWritef(finished ? "~%d finished %d\n" : "~%d requestFinished\n", number, static_cast<int>(result));
+    }
     void addContact(const ZEMBRA::Phonebook::Contact& c, CacheInfo info) override
     {
-        plainContacts.push_back({c, info, "", 0});
+        UI_ExpWritef("~%d contact %s %s %s %d\n", number, c.lastName.c_str(), c.uid.c_str(), c.backend.c_str(), info);
     }
-    void addContact(const ZEMBRA::Phonebook::Contact& c, CacheInfo info, const std::string& pattern,
-                    int count) override
+    void addContact(const ZEMBRA::Phonebook::Contact& c, CacheInfo info, const std::string& pattern, int n) override
     {
-        contacts.push_back({c, info, pattern, count});
+        UI_ExpWritef("~%d contact %s %s %s %d '%s' %d\n", number, c.lastName.c_str(), c.uid.c_str(),
+                     c.backend.c_str(), info, pattern.c_str(), n);
     }
-    void addEvent(const ZEMBRA::Phonebook::Event& e, CacheInfo) override { events.push_back(e); }
-    void addFolder(const ZEMBRA::Phonebook::Folder& f, CacheInfo) override { folders.push_back(f); }
+    void addEvent(const ZEMBRA::Phonebook::Event& e, CacheInfo info) override
+    {
+        UI_ExpWritef("~%d event %s %s %s %d\n", number, e.name.c_str(), e.uid.c_str(), e.backend.c_str(), info);
+    }
+    void addFolder(const ZEMBRA::Phonebook::Folder& f, CacheInfo info) override
+    {
+        UI_ExpWritef("~%d folder %s %s %s %d\n", number, f.name.c_str(), f.uid.c_str(), f.backend.c_str(), info);
+    }
 
-    int finishedCalls = 0;
-    std::vector<Delivery> contacts;
-    std::vector<Delivery> plainContacts;
-    std::vector<ZEMBRA::Phonebook::Event> events;
-    std::vector<ZEMBRA::Phonebook::Folder> folders;
-
+    const int number;
+    int ends = 0;   /* requestFinished calls */
     static std::atomic<int> alive;
+    static std::atomic<int> made;
 };
 
 class KivoTest : public ::testing::Test {
-protected:
+public:
     void SetUp() override;
     void TearDown() override;
 
-    /* Loads and starts the module as the host does: KIVO_ExpInit, then the
-     * task's start event. */
-    void start();
+    /* Load-time state and a fresh platform, nothing started. */
+    void unload() { resetModule(); rec::reset(); from = 0; }
+    /* The transcript shows what is recorded from now on. */
+    void mark() { from = rec::recorder().calls.size(); }
+    std::string transcript() const;
+
     PbBackend& backend() { return *pBackend.load(); }
-
-    /* A daemon reply delivered to the kivo task. */
+    void info() { KIVODebugLevel[KIVO_LEVEL_INFO] = 1; }
+    /* Searches through the backend and through the exported function; the
+     * module holds the only reference to the client. */
+    void search(ZEMBRA::Phonebook::QueryMode mode = ZEMBRA::Phonebook::NameAlpha,
+                const Json::Value& value = Json::Value("W"), bool bestMatch = false);
+    int query(ZEMBRA::Phonebook::QueryMode mode = ZEMBRA::Phonebook::NameAlpha);
     void reply(const std::string& text);
-    /* The same built from JSON parts. */
-    void reply(unsigned int queryId, int type, int total, const Json::Value& items = Json::Value(Json::arrayValue));
-    /* Fires the armed, not yet fired timer of a query id. */
-    bool expire(unsigned int queryId);
-    /* Starts a search through the backend with a new FakeClient. */
-    boost::shared_ptr<FakeClient> search(ZEMBRA::Phonebook::QueryMode mode = ZEMBRA::Phonebook::NameAlpha,
-                                         const Json::Value& value = Json::Value("W"), bool bestMatch = false);
+    void reply(unsigned int queryId, int type, int total, const Json::Value& list = Json::Value());
+    void expire(unsigned int queryId) { ASSERT_TRUE(fireTimerOf(queryId)); }
+    /* A message to the kivo task; the task's start event. */
+    void deliver(const rec::RawBuilder& m) { ASSERT_TRUE(rec::deliver(67, MAN_EVENT_MESSAGE, 0, m.build())); }
+    bool startEvent() { return rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr); }
 
-    /* The JSON of the n-th request sent to the daemon. */
-    Json::Value sentJson(std::size_t n) const;
-    std::string terminal() const { return rec::recorder().terminalText(); }
-    void clearTerminal() { rec::recorder().terminal.clear(); }
+private:
+    std::size_t from = 0;
+    std::vector<std::string> replies;
 };
+
+/* One case of a table: what to do on the started module, and the
+ * transcript it must leave. */
+struct Row { const char* name; void (*run)(KivoTest&); const char* transcript; };
+#define DO(...) [](KivoTest & t) { (void)t; __VA_ARGS__; }
+
+class TranscriptTest : public KivoTest, public ::testing::WithParamInterface<Row> {};
+inline std::string rowName(const ::testing::TestParamInfo<Row>& info) { return info.param.name; }
+
+/* Contact items as the daemon sends them: "Name" or "Name/text3" (the
+ * first number's text3, the best-match measure). */
+Json::Value items(std::initializer_list<const char*> names);
 
 #endif

@@ -1,6 +1,7 @@
 /*
- * Start-up: task creation, console registration, the start event, and what
- * happens when the host calls too early.
+ * Start-up and its failures, calls that come too early, the task's message
+ * switch and the release of what it receives; the exported functions, the
+ * interface switch and its refusals, the trace levels and the dumps.
  */
 #include "kivo_fixture.h"
 
@@ -8,125 +9,107 @@ using namespace ZEMBRA::Phonebook;
 
 namespace {
 
-class StartupTest : public KivoTest {};
+/* The module's state as loaded (levels exp and info, switch, query id),
+ * before any case resets it. */
+const std::vector<int> loaded = {KIVODebugLevel[0], KIVODebugLevel[1], iIfcEnable, static_cast<int>(uiQueryId)};
 
-TEST_F(StartupTest, InitCreatesTaskAndRegistersConsole)
+TEST(Load, StateBeforeTheStart)
 {
-    ASSERT_EQ(KIVO_ExpInit(), 0);
-    const auto& r = rec::recorder();
-    ASSERT_EQ(r.tasks.size(), 1u);
-    EXPECT_EQ(r.tasks[0].name, "kivo");
-    EXPECT_EQ(r.tasks[0].index, 67);
-    EXPECT_EQ(r.tasks[0].arg, 8);
-    EXPECT_EQ(r.tasks[0].callback, &KIVO_Process);
-    EXPECT_NE(TaskIdTbl[67], 0);
-    ASSERT_EQ(r.consoles.size(), 1u);
-    EXPECT_EQ(r.consoles[0].name, "kivo");
-    EXPECT_EQ(r.consoles[0].title, "kivo");
-    EXPECT_EQ(r.consoles[0].interpreter, &KIVO_Interpreter);
-    EXPECT_TRUE(r.logs.empty());
-    EXPECT_TRUE(r.terminal.empty()) << "no trace while the exp level is off";
-    EXPECT_EQ(pManager.load(), nullptr) << "the backend starts only with the task";
+    EXPECT_EQ(loaded, (std::vector<int>{0, 0, 1, 0}));
 }
 
-TEST_F(StartupTest, InitTracesWithExpLevel)
+/* Each exported phonebook function once, with real records or, so that
+ * the pointer traces read the same on every run, with none. */
+void everyCall(KivoTest& t, int result, bool records)
 {
-    KIVO_DebugSet("exp", 1);
-    clearTerminal();
-    ASSERT_EQ(KIVO_ExpInit(), 0);
-    EXPECT_EQ(terminal(), "KIVO_ExpInit\n");
+    Contact contact("source", "u-1", "", "", "Wefer", "", boost::none);
+    Event event("source", "ev-1", Event::Missed, "0711", "", 0, 0);
+    EXPECT_EQ(t.query(Number), result);
+    EXPECT_EQ(KIVO_ExpAddContact(records ? &contact : nullptr), result);
+    EXPECT_EQ(KIVO_ExpDelContact(records ? &contact : nullptr), result);
+    EXPECT_EQ(KIVO_ExpAddEvent(records ? &event : nullptr), result);
+    EXPECT_EQ(KIVO_ExpDelEvent(records ? &event : nullptr), result);
 }
 
-TEST_F(StartupTest, FailedTaskCreationReturnsItsCodeAndRegistersNothing)
-{
-    rec::failNext(PltFault::TaskCreate, 7);
-    EXPECT_EQ(KIVO_ExpInit(), 7);
-    const auto& r = rec::recorder();
-    ASSERT_EQ(r.logs.size(), 1u);
-    EXPECT_EQ(r.logs[0].level, 0);
-    EXPECT_EQ(r.logs[0].file, "kivoexp");
-    EXPECT_EQ(r.logs[0].function, "KIVO_ExpInit");
-    EXPECT_EQ(r.logs[0].line, 69);
-    EXPECT_EQ(r.logs[0].text, "unable to create process iRetCode 7");
-    EXPECT_TRUE(r.consoles.empty());
-    EXPECT_EQ(std::count(r.calls.begin(), r.calls.end(), "register kivo"), 0);
-}
+const Row rows[] = {
+    {"Start", DO(t.unload(); KIVO_DebugSet("exp", 1); EXPECT_EQ(KIVO_ExpInit(), 0); EXPECT_EQ(pManager.load(), nullptr);
+                 ASSERT_TRUE(t.startEvent()); PbBackend* first = pBackend.load(); ASSERT_TRUE(t.startEvent());
+                 EXPECT_EQ(pBackend.load(), first); EXPECT_EQ(first->id(), "vornsyn")),
+     "KIVO_DebugSet pName exp  iValue 1\nKIVO_ExpInit\n* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n"},
+    {"TaskNotCreated", DO(t.unload(); rec::failNext(PltFault::TaskCreate, 7); EXPECT_EQ(KIVO_ExpInit(), 7)),
+     "* tcreate kivo\n* log kivoexp:KIVO_ExpInit:69 unable to create process iRetCode 7\n"},
+    /* The task is kept and still starts. */
+    {"ConsoleNotRegistered", DO(t.unload(); rec::failNext(PltFault::Register, 9); EXPECT_EQ(KIVO_ExpInit(), 9);
+                                ASSERT_TRUE(t.startEvent()); EXPECT_NE(pBackend.load(), nullptr)),
+     "* tcreate kivo 67 8 KIVO_Process\n* register kivo\n* log kivoexp:KIVO_ExpInit:76 unable to register testmenue 9\n"},
+    {"OtherEventsStartNothing", DO(t.unload(); KIVO_ExpInit(); rec::deliver(67, MAN_EVENT_CONTROL, 2, nullptr);
+                                   rec::deliver(67, 7, 1, nullptr); KIVO_InitDb(); EXPECT_EQ(pManager.load(), nullptr)),
+     "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n"},
+    {"CallsBeforeTheStart", DO(t.unload(); ASSERT_EQ(KIVO_ExpInit(), 0); everyCall(t, -1, true);
+                               t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(0));
+                               t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"))),
+     "* tcreate kivo 67 8 KIVO_Process\n* register kivo kivo KIVO_Interpreter\n* error kivomain:KIVO_Query:703 kivo task not started\n~0 requestFinished\n"
+     "~0 released\n* error kivomain:KIVO_AddContact:723 kivo task not started\n* error kivomain:KIVO_DelContact:743 kivo task not started\n"
+     "* error kivomain:KIVO_AddEvent:763 kivo task not started\n* error kivomain:KIVO_DelEvent:783 kivo task not started\n"
+     "* log kivomain:KIVO_QueryTimeout:831 no backend yet, timer 0 dropped\n* log kivomain:KIVO_QueryResult:841 no backend yet, result dropped\n"},
+    {"TaskEvent", DO(void* raw = rec::RawBuilder(1).build(); rec::deliver(67, MAN_EVENT_TASK, 0x12, raw);
+                     EXPECT_EQ(rec::releaseCount(raw), 0); MAN_ExpPFree(raw)), "KIVO_EventSwitch wPrimitiv 00000012\n"},
+    {"UnknownPrimitive", DO(t.deliver(rec::RawBuilder(3).u32(5).str("a\\b\x01"))),
+     "KIVO_MsgSwitch *** unknown Primitive 0x00000003\nCManMessage primitive 0x00000003 length 18\n  u32 0x00000005 5\n  string length 4 \"a\\x5cb\\x01\"\n"},
+    {"NotAMessage", DO(rec::failNext(PltFault::Assign, 5); t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"));
+                       rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0x00, 0x83}));
+                       rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, MAN_TAG_STRING, 0, 0, 9, 'x'}));
+                       rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, 0x7f}))),
+     "* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 5\n* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n"
+     "* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n* log kivoprcss:KIVO_MsgSwitch:100 receive failed iRetCode 3\n"},
+    /* A missing field reads as 0 or "": the timer ends query 0, the reply
+     * is no JSON. */
+    {"FieldsMissing", DO(t.search(); t.mark(); t.info(); t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT));
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER))),
+     "Result:525 strResult \n~0 finished 1\nTimeout:676 query 0 finished by timer\n~0 released\n"},
+    {"TimerAndReply", DO(uiQueryId = 7; t.search(); t.mark(); t.info();
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_TIMER).u32(7));
+                         t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{\"queryId\": 99, \"type\": 3}"))),
+     "~0 finished 1\nTimeout:676 query 7 finished by timer\n~0 released\nResult:525 strResult \n{\"queryId\": 99, \"type\": 3}%\n"
+     "Result:543 abort: invalid id 63\n"},
+};
 
-TEST_F(StartupTest, FailedRegistrationKeepsTheTaskWhichStillStarts)
-{
-    rec::failNext(PltFault::Register, 9);
-    EXPECT_EQ(KIVO_ExpInit(), 9);
-    const auto& r = rec::recorder();
-    ASSERT_EQ(r.logs.size(), 1u);
-    EXPECT_EQ(r.logs[0].level, 0);
-    EXPECT_EQ(r.logs[0].line, 76);
-    EXPECT_EQ(r.logs[0].text, "unable to register testmenue 9");
-    ASSERT_EQ(r.tasks.size(), 1u);
-    ASSERT_TRUE(rec::deliver(67, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr));
-    EXPECT_NE(pBackend.load(), nullptr);
-}
+INSTANTIATE_TEST_SUITE_P(Startup, TranscriptTest, ::testing::ValuesIn(rows), rowName);
 
-TEST_F(StartupTest, StartEventCreatesOneBackendOnce)
-{
-    start();
-    PbBackend* first = pBackend.load();
-    Manager* manager = pManager.load();
-    EXPECT_EQ(first->id(), "vornsyn");
-    EXPECT_EQ(first->openCount(), 0u);
-    EXPECT_EQ(first->supportedQueryModes(), 127);
+const Row exported[] = {
+    {"Enabled", DO(everyCall(t, 0, true)), "* timer 67 5000 0x00000002/0/0 u32 0\n"
+     "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':1},'queryId':0,'size':100,'userId':''}\n"
+     "* timer 67 5000 0x00000002/0/0 u32 1\n"
+     "* ipc webconfd@Local from NULL 0x00830001/0/477 json {'offset':0,'params':{'data':{'backend':'source','company':'','entries':[],'extraText1':'','extraText2':'','extraText3':'','extraText4':'','extraText5':'','extraText6':'','extraText7':'','firstName':'','lastName':'Wefer','numbers':[],'text3':'93337','text7':'','uid':'u-1'},'kind':'contact','type':5},'queryId':1,'size':0,'userId':''}\n"
+     "* timer 67 5000 0x00000002/0/0 u32 2\n"
+     "* ipc webconfd@Local from NULL 0x00830001/0/136 json {'offset':0,'params':{'data':'u-1','kind':'contact','type':6},'queryId':2,'size':0,'userId':''}\n"
+     "* timer 67 5000 0x00000002/0/0 u32 3\n"
+     "* ipc webconfd@Local from NULL 0x00830001/0/272 json {'offset':0,'params':{'data':{'backend':'source','duration':0,'kind':0,'name':'','number':'0711','timestamp':0,'uid':'ev-1'},'kind':'event','type':2},'queryId':3,'size':0,'userId':''}\n"
+     "* timer 67 5000 0x00000002/0/0 u32 4\n"
+     "* ipc webconfd@Local from NULL 0x00830001/0/135 json {'offset':0,'params':{'data':'ev-1','kind':'event','type':3},'queryId':4,'size':0,'userId':''}\n"},
+    {"SwitchedOffAndTraced", DO(KIVO_DebugSet("exp", 1); EXPECT_EQ(KIVO_SetIfcEnable(0), 0); everyCall(t, 1, false)),
+     "KIVO_DebugSet pName exp  iValue 1\nKIVO_ExpQuery  searchMode 1\n* log kivoexp:KIVO_ExpQuery:94 kivo-interface disabled\n~0 requestFinished\n"
+     "~0 released\nKIVO_ExpAddContact  pContact (nil)\n* log kivoexp:KIVO_ExpAddContact:111 kivo-interface disabled\nKIVO_ExpDelContact  pContact (nil)\n"
+     "* log kivoexp:KIVO_ExpDelContact:127 kivo-interface disabled\nKIVO_ExpAddEvent  pEvent (nil)\n"
+     "* log kivoexp:KIVO_ExpAddEvent:143 kivo-interface disabled\nKIVO_ExpDelEvent  pEvent (nil)\n* log kivoexp:KIVO_ExpDelEvent:159 kivo-interface disabled\n"},
+    {"AnyOtherValueEnables", DO(KIVO_SetIfcEnable(5); EXPECT_EQ(KIVO_GetIfcEnable(), 5); KIVO_DumpDb();
+                                Event event; EXPECT_EQ(KIVO_ExpDelEvent(&event), 0)),
+     "kivo\n'--iIfcEnable        5\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+     "* ipc webconfd@Local from NULL 0x00830001/0/131 json {'offset':0,'params':{'data':'','kind':'event','type':3},'queryId':0,'size':0,'userId':''}\n"},
+    /* Null records go to the manager, which drops them; no client, no search. */
+    {"Traced", DO(KIVO_DebugSet("exp", 1); everyCall(t, 0, false);
+                  EXPECT_EQ(KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(), Manager::SearchBackends), -1)),
+     "KIVO_DebugSet pName exp  iValue 1\nKIVO_ExpQuery  searchMode 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
+     "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':1},'queryId':0,'size':100,'userId':''}\n"
+     "KIVO_ExpAddContact  pContact (nil)\nKIVO_AddContact  pContact (nil)\nKIVO_ExpDelContact  pContact (nil)\nKIVO_DelContact  pContact (nil)\n"
+     "KIVO_ExpAddEvent  pEvent (nil)\nKIVO_AddEvent  pEvent (nil)\nKIVO_ExpDelEvent  pEvent (nil)\nKIVO_DelEvent  pEvent (nil)\nKIVO_ExpQuery  searchMode 1\n"
+     "* error kivoexp:KIVO_ExpQuery:91 no query client\n"},
+    {"LevelsByWholeName", DO(KIVO_DebugSet("info", 1); KIVO_DebugSet("exp", -1); KIVO_DebugSet("INFO", 0);
+                             KIVO_DebugSet("ex", 1); KIVO_DebugSet(nullptr, 1); KIVO_DebugDump()),
+     "KIVO_DebugSet pName info  iValue 1\nKIVO_DebugSet pName exp  iValue -1\nKIVO_DebugSet pName INFO  iValue 0\nKIVO_DebugSet pName ex  iValue 1\n"
+     "KIVO_DebugSet pName   iValue 1\nKIVO_DebugDump\nidx name       status\n----------------------\n 0  exp        0\n 1  info       1\n"},
+};
 
-    ASSERT_TRUE(rec::deliver(67, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr));
-    EXPECT_EQ(pBackend.load(), first);
-    EXPECT_EQ(pManager.load(), manager);
-    EXPECT_TRUE(rec::recorder().terminal.empty());
-    EXPECT_TRUE(rec::recorder().logs.empty());
-
-    /* The manager routes to this backend. */
-    boost::shared_ptr<FakeClient> client(new FakeClient());
-    EXPECT_EQ(KIVO_ExpQuery(client, Manager::SearchBackends), 0);
-    EXPECT_EQ(first->openIds(), std::vector<unsigned int>{0});
-}
-
-TEST_F(StartupTest, OtherControlEventsStartNothing)
-{
-    ASSERT_EQ(KIVO_ExpInit(), 0);
-    ASSERT_TRUE(rec::deliver(67, MAN_EVENT_CONTROL, 2, nullptr));
-    ASSERT_TRUE(rec::deliver(67, 7, 1, nullptr));
-    EXPECT_EQ(pManager.load(), nullptr);
-    EXPECT_EQ(pBackend.load(), nullptr);
-    KIVO_InitDb();
-    EXPECT_EQ(pManager.load(), nullptr);
-}
-
-TEST_F(StartupTest, CallsBeforeTheStartAreRefusedNotCrashed)
-{
-    ASSERT_EQ(KIVO_ExpInit(), 0);
-    boost::shared_ptr<FakeClient> client(new FakeClient());
-    EXPECT_EQ(KIVO_ExpQuery(client, Manager::SearchBackends), -1);
-    EXPECT_EQ(client->finishedCalls, 1) << "a waiting client must be released";
-    Contact contact;
-    EXPECT_EQ(KIVO_ExpAddContact(&contact), -1);
-    Event event;
-    EXPECT_EQ(KIVO_ExpDelEvent(&event), -1);
-    EXPECT_EQ(rec::recorder().logCount("kivo task not started"), 3u);
-    EXPECT_TRUE(rec::recorder().ipc.empty());
-
-    /* A stray timer or reply before the start event is dropped and freed. */
-    void* timer = rec::RawBuilder(KIVO_PRIM_TIMER).u32(0).build();
-    ASSERT_TRUE(rec::deliver(67, MAN_EVENT_MESSAGE, KIVO_PRIM_TIMER, timer));
-    void* result = rec::RawBuilder(KIVO_PRIM_RESULT).str("{}").build();
-    ASSERT_TRUE(rec::deliver(67, MAN_EVENT_MESSAGE, KIVO_PRIM_RESULT, result));
-    EXPECT_EQ(rec::releaseCount(timer), 1);
-    EXPECT_EQ(rec::releaseCount(result), 1);
-}
-
-TEST_F(StartupTest, NullClientIsRefused)
-{
-    start();
-    EXPECT_EQ(KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(), Manager::SearchBackends), -1);
-    EXPECT_EQ(rec::recorder().logCount("no query client"), 1u);
-    EXPECT_EQ(backend().openCount(), 0u);
-    EXPECT_TRUE(rec::recorder().ipc.empty());
-}
+INSTANTIATE_TEST_SUITE_P(Exported, TranscriptTest, ::testing::ValuesIn(exported), rowName);
 
 }  // namespace
