@@ -64,7 +64,7 @@ const Row rows[] = {
      "* timer 67 5000 0x00000002/0/0 u32 3\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'5','kind':'contact','type':4},'queryId':3,'size':100,'userId':''}\n"},
     {"ResultTableAndDelete", DO(type("name W"); t.reply(0, Contacts, 3, listed()); t.reply(0, Contacts, 3);
-                                type("del 0"); type("del 3"); EXPECT_EQ(KIVO_TFDelete(-1), 0); type("del")),
+                                EXPECT_EQ(KIVO_TFDelete(0), 0); type("del 3"); EXPECT_EQ(KIVO_TFDelete(-1), 0); type("del")),
      "CmdSearchByName\nKIVO_TFSearchByName  strName W\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"
      "addContact:923  strSearchPattern W  iCountFound 3\naddContact:923  strSearchPattern W  iCountFound 3\n"
@@ -73,7 +73,7 @@ const Row rows[] = {
      " 0) Wefer                 F                     uid-Wefer             vornsyn   \n    |--  0 * 0711                               1 2\n"
      "    |--  1   0049 711 2                         0 0\n    '--  2   0049 711 2                         0 0\n"
      " 1) St\xF6""be                 F                     uid-St\xF6""be             vornsyn   \n"
-     " 2) Wellbrook-Mittelwink  F                     uid-Wellbrook-Mittel  vornsyn   \n    '--  0 * 0711                               0 0\nCmdDelContact\n"
+     " 2) Wellbrook-Mittelwink  F                     uid-Wellbrook-Mittel  vornsyn   \n    '--  0 * 0711                               0 0\n"
      "KIVO_TFDelete:956  iIndex 0\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from NULL 0x00830001/0/142 json {'offset':0,'params':{'data':'uid-Wefer','kind':'contact','type':6},'queryId':1,'size':0,'userId':''}\n"
      "CmdDelContact\nKIVO_TFDelete:956  iIndex 3\nKIVO_TFDelete:958  invalid iIndex\nKIVO_TFDelete:956  iIndex -1\nKIVO_TFDelete:958  invalid iIndex\n"

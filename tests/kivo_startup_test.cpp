@@ -54,8 +54,8 @@ const Row rows[] = {
      "* log kivomain:KIVO_QueryTimeout:831 no backend yet, timer 0 dropped\n* log kivomain:KIVO_QueryResult:841 no backend yet, result dropped\n"},
     {"TaskEvent", DO(void* raw = rec::RawBuilder(1).build(); rec::deliver(67, MAN_EVENT_TASK, 0x12, raw);
                      EXPECT_EQ(rec::releaseCount(raw), 0); MAN_ExpPFree(raw)), "KIVO_EventSwitch wPrimitiv 00000012\n"},
-    {"UnknownPrimitive", DO(t.deliver(rec::RawBuilder(3).u32(5).str("a\\b\x01"))),
-     "KIVO_MsgSwitch *** unknown Primitive 0x00000003\nCManMessage primitive 0x00000003 length 18\n  u32 0x00000005 5\n  string length 4 \"a\\x5cb\\x01\"\n"},
+    {"UnknownPrimitive", DO(t.deliver(rec::RawBuilder(0x12345678).u32(5).str("a\\b\x01"))),
+     "KIVO_MsgSwitch *** unknown Primitive 0x12345678\nCManMessage primitive 0x12345678 length 18\n  u32 0x00000005 5\n  string length 4 \"a\\x5cb\\x01\"\n"},
     {"NotAMessage", DO(rec::failNext(PltFault::Assign, 5); t.deliver(rec::RawBuilder(KIVO_PRIM_RESULT).str("{}"));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0x00, 0x83}));
                        rec::deliver(67, MAN_EVENT_MESSAGE, 0, rec::makeRaw({0, 0, 0, 2, MAN_TAG_STRING, 0, 0, 9, 'x'}));
