@@ -31,6 +31,10 @@ int faultFor(Fault)
     return 0;
 }
 
+void noteCreate(unsigned int, unsigned int, int)
+{
+}
+
 }  // namespace plt
 
 namespace benchplt {

@@ -53,6 +53,10 @@ using Fault = PltFault;
  * always answers 0. */
 int faultFor(Fault which);
 
+/* Every Create, with the flags and size hint the message itself does not
+ * keep; the recording build records them, the working build ignores them. */
+void noteCreate(unsigned int primitive, unsigned int flags, int size);
+
 }  // namespace plt
 
 #endif

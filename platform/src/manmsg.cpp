@@ -72,8 +72,9 @@ bool wellFormed(const unsigned char* data, std::size_t len)
 CManMessage::CManMessage() = default;
 CManMessage::~CManMessage() = default;
 
-int CManMessage::Create(unsigned int primitive, unsigned int /*flags*/, int size)
+int CManMessage::Create(unsigned int primitive, unsigned int flags, int size)
 {
+    plt::noteCreate(primitive, flags, size);
     if (int fault = plt::faultFor(plt::Fault::Create))
         return fault;
     if (size < 0 || static_cast<std::size_t>(size) > MAN_MAX_MSG)

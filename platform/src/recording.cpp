@@ -401,22 +401,12 @@ int DTM_ExpRegister(const char* name, const char* title, DTM_Interpreter interpr
     return 0;
 }
 
-/* Create keeps neither its flags nor its size hint in the message. A test
- * binary linked with -Wl,--wrap=_ZN11CManMessage6CreateEjji has the
- * module's calls come here first and recorded with all their arguments;
- * without that option this is never called. */
-extern "C" int __real__ZN11CManMessage6CreateEjji(CManMessage*, unsigned int, unsigned int, int)
-    __attribute__((weak));
-extern "C" int __wrap__ZN11CManMessage6CreateEjji(CManMessage* msg, unsigned int primitive, unsigned int flags,
-                                                  int size)
+void plt::noteCreate(unsigned int primitive, unsigned int flags, int size)
 {
-    {
-        Guard guard(recLock);
-        char text[64];
-        std::snprintf(text, sizeof text, "create 0x%08x %u %d", primitive, flags, size);
-        rec::recorder().calls.push_back(text);
-    }
-    return __real__ZN11CManMessage6CreateEjji(msg, primitive, flags, size);
+    Guard guard(recLock);
+    char text[64];
+    std::snprintf(text, sizeof text, "create 0x%08x %u %d", primitive, flags, size);
+    rec::recorder().calls.push_back(text);
 }
 
 int DTM_ExpReturn()

@@ -66,6 +66,10 @@ int plt::faultFor(plt::Fault)
     return 0;
 }
 
+void plt::noteCreate(unsigned int, unsigned int, int)
+{
+}
+
 #define PLT_LOG_ERROR(...) LOG_ExpError("platform", __func__, __LINE__, __VA_ARGS__)
 
 namespace {

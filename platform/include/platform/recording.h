@@ -88,9 +88,9 @@ struct Recorder {
     std::vector<IpcSend> ipc;
     std::vector<LocalSend> local;
     std::vector<TimerArm> timers;
-    std::vector<std::string> calls;        /* every call above, in order, in short;
-                                              with Create wrapped (recording.cpp),
-                                              also "create <primitive> <flags> <size>" */
+    std::vector<std::string> calls;        /* every call above, in order, in short,
+                                              and every Create as
+                                              "create <primitive> <flags> <size>" */
     std::vector<void*> released;           /* MAN_ExpPFree arguments, in order */
     int badReleases = 0;                   /* of unknown or already released raws */
     int dtmReturns = 0;
