@@ -64,14 +64,14 @@ TEST(Latin1, Utf8BeyondLatin1AndMalformedUtf8)
         {"5 \xE2\x82\xAC", "5 ?"},         // U+20AC
         {"\xE0\xA0\x80\xED\x9F\xBF", "??"},  // U+0800, U+D7FF: the edges of three bytes
         {"\xF0\x9F\x98\x80!", "?!"},       // U+1F600
-        {"\xF4\x8F\xBF\xBF", "?"},         // U+10FFFF
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", "??"},  // U+10000, U+10FFFF: the edges of four bytes
         {"\x80z", "?z"},                   // stray continuation byte
         {"\xC0\xAF\xC1\xBF", "????"},      // overlong
         {"\xE0\x80\x80", "???"},           // overlong NUL
         {"\xF0\x80\x80\x80", "????"},      // overlong NUL in four
         {"\xED\xA0\x80", "???"},           // surrogate
         {"\xF4\x90\x80\x80", "????"},      // above U+10FFFF
-        {"\xF5\xFF", "??"},                // never a lead
+        {"\xF5\x80\x80\x80\xFF", "?????"},  // never a lead, not even before continuation bytes
         {"\xE2\x82" "A", "??A"},           // cut short, the next character kept
         {"\xC3\xA4\xC3", "\xE4?"},         // cut off by the end
     };
