@@ -3,8 +3,14 @@
  * only what needs the real programs together. */
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <arpa/inet.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstring>
+#include <fstream>
 #include <memory>
 
 #include "process_util.h"
@@ -108,6 +114,73 @@ TEST_F(E2E, TheTimerAnswersForAKilledDaemon)
     EXPECT_NE(host->out().find("Timeout:676 query 1 finished by timer\n"), std::string::npos) << host->out();
     startDaemon();
     EXPECT_EQ(search("id 7"), kFischer);
+}
+
+/* The daemon never waits for a client that does not read: its replies are
+ * dropped (one record for the burst) and the next client is answered. */
+TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
+{
+    startDaemon();
+    const int frozen = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un own{}, to{};
+    own.sun_family = to.sun_family = AF_UNIX;
+    std::snprintf(own.sun_path, sizeof own.sun_path, "%s/frozen@Local", ipc.c_str());
+    std::snprintf(to.sun_path, sizeof to.sun_path, "%s/webconfd@Local", ipc.c_str());
+    ASSERT_EQ(bind(frozen, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
+    for (unsigned int id = 0; id < 20; id++) {
+        const std::string text = "{\"queryId\":" + std::to_string(id) +
+                                 ",\"params\":{\"kind\":\"contact\",\"type\":0,\"data\":\"1\"},\"offset\":0,\"size\":100}";
+        const uint32_t length = htonl(static_cast<uint32_t>(text.size()));
+        std::string bytes(4, '\0');   // primitive 0, then one string field: tag 2, length, text
+        bytes += '\x02' + std::string(reinterpret_cast<const char*>(&length), 4) + text;
+        ASSERT_EQ(sendto(frozen, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    startHost();
+    EXPECT_EQ(search("id 7"), kFischer);
+    const std::string drop = "send to frozen@Local dropped: its queue is full";
+    EXPECT_TRUE(daemon->waitOut(drop)) << daemon->out();
+    EXPECT_EQ(daemon->out().find(drop), daemon->out().rfind(drop)) << "one record for the burst";
+    close(frozen);
+}
+
+/* Mistakes on the command line and files that are no phonebook end the
+ * program with a code and a line saying why; a first start that did not
+ * finish leaves nothing a later start would take for an empty phonebook. */
+TEST_F(E2E, MistakesEndTheProgramsWithAReason)
+{
+    const std::string db = dir.path() + "/phonebook.db", sh = "ulimit -f 40 && exec " WEBCONFD " --db ";
+    const struct {
+        std::vector<std::string> argv;
+        int code;
+        std::string says;
+    } rows[] = {
+        {{WEBCONFD, "--fault-drop", "101"}, 2, "--fault-drop"},
+        {{WEBCONFD, "--reply-records", "0"}, 2, "--reply-records"},
+        {{WEBCONFD, "--bogus"}, 2, "--bogus"},
+        {{"/bin/sh", "-c", sh + db + " --ipc-dir " + ipc}, 1, "cannot create " + db},   // file size limit
+        {{"/bin/sh", "-c", ": > " + db + " && " + sh + db + " --ipc-dir " + ipc}, 1, "not a complete phonebook"},   // left by one
+        {{KIVO_HOST, "--ipc-dir", ipc, "--module", dir.path() + "/none.so"}, 3, "cannot load module"},
+        {{KIVO_HOST, "--ipc-dir", ipc, "--enter", "nothere"}, 2, "no console named nothere"},
+        {{KIVO_HOST, "--timer-unit-us", "0"}, 2, "--timer-unit-us wants a number from 1 to 1000000, not 0"},
+    };
+    for (const auto& row : rows) {
+        std::remove(db.c_str());
+        Program program(row.argv);
+        EXPECT_EQ(program.finish(), row.code) << row.argv.back();
+        EXPECT_NE(program.out().find(row.says), std::string::npos) << program.out();
+        EXPECT_EQ(access(db.c_str(), F_OK) == 0, row.says == "not a complete phonebook") << "nothing made at " << db;
+    }
+    std::string said;   // values that do not fit; nothing after !quit reaches the console
+    Program host({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"});
+    for (const char* value : {"9223372036854775807", "18446744073709551615", "-1"}) {
+        host.send(std::string("!sleep ") + value);
+        said += std::string("kivo-host: !sleep wants milliseconds from 0 to 86400000, not ") + value + "\n";
+    }
+    host.send("!quit");
+    host.send("ts info 1");
+    EXPECT_EQ(host.finish(), 0);
+    EXPECT_EQ(host.out(), said);
 }
 
 /* At a terminal the host reads with a line editor: the up arrow recalls a
