@@ -136,6 +136,9 @@ TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
         ASSERT_EQ(sendto(frozen, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
                   static_cast<ssize_t>(bytes.size()));
     }
+    Program second({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc});
+    EXPECT_EQ(second.finish(), 1);
+    EXPECT_NE(second.out().find("another webconfd"), std::string::npos) << second.out();
     startHost();
     EXPECT_EQ(search("id 7"), kFischer);
     const std::string drop = "send to frozen@Local dropped: its queue is full";
@@ -181,6 +184,26 @@ TEST_F(E2E, MistakesEndTheProgramsWithAReason)
     host.send("ts info 1");
     EXPECT_EQ(host.finish(), 0);
     EXPECT_EQ(host.out(), said);
+}
+
+/* An imported file is the whole phonebook of a new database; a line it
+ * refuses fails the import with the line's place. */
+TEST_F(E2E, AnImportedFileIsThePhonebook)
+{
+    const std::string file = dir.path() + "/mine.jsonl", db = dir.path() + "/phonebook.db";
+    std::ofstream(file) << "# mine\n{\"contact\": {\"uid\": \"m1\", \"lastName\": \"M\xC3\xBChle\", "
+                           "\"numbers\": [{\"number\": \"0711 5\"}]}}\n";
+    Program import({WEBCONFD, "--db", db, "--import", file});
+    EXPECT_EQ(import.finish(), 0) << import.out();
+    startDaemon();
+    startHost();
+    EXPECT_EQ(search("name"), kHeader +
+                                  " 0) M\xFChle                                       m1                    vornsyn   \n"
+                                  "    '--  0 * 0711 5                             0 0\n");
+    std::ofstream(file) << "{\"contact\": 1}\n";
+    Program refused({WEBCONFD, "--db", db, "--import", file});
+    EXPECT_EQ(refused.finish(), 1);
+    EXPECT_NE(refused.out().find(file + ":1:"), std::string::npos) << refused.out();
 }
 
 /* At a terminal the host reads with a line editor: the up arrow recalls a
