@@ -53,13 +53,15 @@ const Row rows[] = {
                              t.reply(0, Contacts, 1, items({"A", "B/abcde", "C/abc"})); t.reply(0, Contacts, 1)),
      "~0 contact A uid-A vornsyn 1 '0711' 1\n~0 contact B uid-B vornsyn 1 '0711' 1\n~0 contact B uid-B vornsyn 1 '0711' 1\n~0 finished 0\n~0 released\n"},
     /* Records go by their type, whatever the search; the count is shared. */
-    {"EventsAndFolders", DO(t.search(EventRange, Json::Value()); t.search(FolderList, Json::Value(), true); t.mark();
+    {"EventsAndFolders", DO(t.search(EventRange, Json::Value()); t.search(FolderList, Json::Value(), true);
+                            t.search(FolderList, Json::Value()); t.mark();
                             t.reply(0, Events, 0, items({"E"})); t.reply(1, Folders, 0, items({"F"}));
                             t.reply(1, Events, 0, items({"E"})); t.info(); t.reply(0, Events, 0);
-                            t.reply(1, Contacts, 3)),
+                            t.reply(1, Contacts, 3); t.reply(2, Folders, 0, items({"F"})); t.reply(2, Folders, 1)),
      "~0 event  uid-E vornsyn 1\n~1 folder  uid-F vornsyn 1\n~1 event  uid-E vornsyn 1\nResult:525 strResult \n<reply>\nResult:606\n~0 finished 0\n"
      "Result:613 query 0 finished\n~0 released\nResult:525 strResult \n<reply>\n~1 contact    1 '' 3\n~1 finished 0\nResult:591 query 1 finished\n"
-     "~1 released\n"},
+     "~1 released\nResult:525 strResult \n<reply>\n~2 folder  uid-F vornsyn 1\nResult:525 strResult \n<reply>\nResult:629\n~2 finished 0\n"
+     "Result:636 query 2 finished\n~2 released\n"},
     {"ChangesIgnoreRecordsAndEnd", DO(changes(t); t.info(); t.reply(0, Contacts, 1, items({"A"}));
                                       t.reply(0, Contacts, 0); t.reply(1, Events, 0); t.reply(2, Folders, 0)),
      "Result:525 strResult \n<reply>\nResult:560 records for change request 0 dropped\nResult:525 strResult \n<reply>\nResult:588 NULL\n"
