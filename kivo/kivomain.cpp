@@ -221,7 +221,16 @@ std::string PbBackend::openRequest(const boost::shared_ptr<AbstractQueryClient>&
         entry = QueryState();
         entry.client = client;
         KIVO_QueryTimer(id);
-        request.emplace(build(id));
+        try {
+            request.emplace(build(id));
+        } catch (...) {
+            /* The armed timer cannot be taken back: the id is spent, so
+             * that the timer finds no entry instead of ending the next
+             * query early. */
+            queries.erase(id);
+            uiQueryId = id + 1;
+            throw;
+        }
         uiQueryId = id + 1;
     }
     return request->toJson().toStyledString();

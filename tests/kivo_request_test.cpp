@@ -2,11 +2,18 @@
  * Requests: what each search mode and each change sends, with its timer
  * and its traces, and what becomes of requests that cannot be made or sent.
  */
+#include <stdexcept>
+
 #include "kivo_fixture.h"
 
 using namespace ZEMBRA::Phonebook;
 
 namespace {
+
+/* A record whose conversion fails, as a library's may. */
+struct ThrowingContact : Contact {
+    Json::Value toJson() const override { throw std::runtime_error("toJson"); }
+};
 
 const Row rows[] = {
     {"TracedSearch", DO(t.info(); boost::shared_ptr<FakeClient> c(new FakeClient(NameVanity, Json::Value("9333")));
@@ -59,6 +66,12 @@ const Row rows[] = {
      "* ipc webconfd@Local from '' 0x00000000/0/145 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':4294967295,'size':100,'userId':''}\n"
      "* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}\n"},
+    /* A failed conversion spends its id: the timer it armed finds no entry
+     * and leaves the next query alone. */
+    {"ConversionThrows", DO(ThrowingContact c; EXPECT_THROW(t.backend().addContact(&c), std::runtime_error); t.search();
+                            t.info(); t.expire(0)), "* timer 67 5000 0x00000002/0/0 u32 0\n* timer 67 5000 0x00000002/0/0 u32 1\n"
+     "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':1,'size':100,'userId':''}\n"
+     "* fire 0\n"},
     /* A repeated id (after the counter wrapped) replaces the entry. */
     {"RepeatedIdReplacesTheEntry", DO(t.search(); uiQueryId = 0; Contact contact; t.backend().addContact(&contact);
                                       t.info(); t.expire(0)), "* timer 67 5000 0x00000002/0/0 u32 0\n"
