@@ -255,7 +255,8 @@ kivo@Local {"items":[],"message":"unsupported operation none 0","queryId":2,"tot
      {{"[1, 2]", "%n@Local"}, {R"({"queryId":4294967296,"params":null})"}, {R"({"queryId":1})"},
       {R"({"queryId":1,"userId":7,"params":null})"}, {R"({"queryId":1,"params":3})"}, {R"({"queryId":1,"params":{}})"},
       {R"({"queryId":1,"params":{"kind":"event","type":"0"}})"}, {R"({"queryId":1,"params":{"kind":"ph","type":0}})"},
-      {R"({"queryId":1,"params":null,"size":1e12})"}, {"", ""}}, R"(
+      {R"({"queryId":1,"params":null,"size":1e12})"}, {R"({"queryId":1,"params":null,"size":2.0})"},
+      {R"({"queryId":1,"params":null,"offset":3000000000})"}, {"", ""}}, R"(
 ERROR handle: request from %n@Local dropped: request is not a JSON object
 ERROR handle: request from kivo@Local dropped: "queryId" is missing or not an unsigned 32-bit integer
 ERROR handle: request from kivo@Local dropped: "params" is missing
@@ -265,6 +266,8 @@ ERROR handle: request from kivo@Local dropped: "params.kind" is missing or not a
 ERROR handle: request from kivo@Local dropped: "params.type" is missing or not a 32-bit integer
 ERROR handle: request from kivo@Local dropped: "params.kind" "ph" is none of contact, event, folder
 ERROR handle: request from kivo@Local dropped: "size" is not a 32-bit integer
+ERROR handle: request from kivo@Local dropped: "size" is not a 32-bit integer
+ERROR handle: request from kivo@Local dropped: "offset" is not a 32-bit integer
 )"},
     /* A change reaches the other clients known up to their time to live after their last request,
      * not its maker; one that changed nothing reaches nobody. The announcement reaches all. */
