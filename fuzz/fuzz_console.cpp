@@ -1,6 +1,8 @@
 /* Fuzz target: up to 32 lines typed into the console. Every other line's requests
  * are answered at once, so "del" finds rows; timers end the rest. A search word
  * sent must be a piece of the typed line that fits the console's char[32]. */
+#include <sstream>
+
 #include "harness.h"
 
 using namespace ZEMBRA::Phonebook;

@@ -2,6 +2,8 @@
  * a flag byte (bit 0: trace "info"), segments split at 0x1e: "T<digit>" fires
  * that query's timer, "*" all timers, the rest are replies. At the end every
  * search has ended once and is no longer referenced. */
+#include <sstream>
+
 #include "harness.h"
 
 using namespace ZEMBRA::Phonebook;

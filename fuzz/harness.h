@@ -2,7 +2,6 @@
  * LeakSanitizer blames the input that leaked; every message released once. */
 #ifndef FUZZ_HARNESS_H
 #define FUZZ_HARNESS_H
-#include <sstream>
 #include "check.h"
 #include "module_support.h"
 inline void moduleStop()

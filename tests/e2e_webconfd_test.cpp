@@ -3,16 +3,17 @@
  * only what needs the real programs together. */
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 
+#include "platform/manmsg.h"
+#include "platform/standin.h"
 #include "process_util.h"
 
 namespace {
@@ -130,11 +131,10 @@ TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
     for (unsigned int id = 0; id < 20; id++) {
         const std::string text = "{\"queryId\":" + std::to_string(id) +
                                  ",\"params\":{\"kind\":\"contact\",\"type\":0,\"data\":\"1\"},\"offset\":0,\"size\":100}";
-        const uint32_t length = htonl(static_cast<uint32_t>(text.size()));
-        std::string bytes(4, '\0');   // primitive 0, then one string field: tag 2, length, text
-        bytes += '\x02' + std::string(reinterpret_cast<const char*>(&length), 4) + text;
-        ASSERT_EQ(sendto(frozen, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-                  static_cast<ssize_t>(bytes.size()));
+        CManMessage request;   // the platform's own wire form, sent from outside it
+        ASSERT_TRUE(request.Create(0, 0, static_cast<int>(text.size())) == MAN_OK && request.addString(text) == MAN_OK);
+        ASSERT_EQ(sendto(frozen, request.data(), request.length(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+                  static_cast<ssize_t>(request.length()));
     }
     Program second({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc});
     EXPECT_EQ(second.finish(), 1);

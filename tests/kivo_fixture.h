@@ -76,7 +76,7 @@ public:
     void reply(unsigned int queryId, int type, int total, const Json::Value& list = Json::Value());
     void expire(unsigned int queryId) { ASSERT_TRUE(fireTimerOf(queryId)); }
     /* A message to the kivo task; the task's start event. */
-    void deliver(const rec::RawBuilder& m) { ASSERT_TRUE(rec::deliver(67, MAN_EVENT_MESSAGE, 0, m.build())); }
+    void deliver(const rec::RawBuilder& m) { ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, m.build())); }
     bool startEvent() { return rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr); }
 
 private:
