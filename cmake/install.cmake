@@ -43,10 +43,10 @@ install(TARGETS kivoplatform phonebook platform_headers EXPORT kivo-standinsTarg
           COMPONENT tools NAMELINK_COMPONENT standins-dev)
 install(TARGETS kivo-host webconfd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 # For `webconfd --import`; a new database gets the same records built in.
-install(FILES webconfd/sample-phonebook.jsonl DESTINATION ${CMAKE_INSTALL_DATADIR}/kivo COMPONENT tools)
+install(FILES standins/webconfd/sample-phonebook.jsonl DESTINATION ${CMAKE_INSTALL_DATADIR}/kivo COMPONENT tools)
 # Whole directories, so that every header the stand-ins declare goes along;
 # the recording platform is the unit tests' and is not installed.
-install(DIRECTORY platform/include/ phonebook/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+install(DIRECTORY standins/platform/include/ standins/phonebook/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT standins-dev FILES_MATCHING PATTERN "*.h" PATTERN "recording.h" EXCLUDE)
 install(EXPORT kivo-standinsTargets NAMESPACE kivo:: DESTINATION ${KIVO_CMAKE_DIR}/kivo-standins
   COMPONENT standins-dev)

@@ -4,7 +4,7 @@ suite catch?
 
 A seeded sample of single changes is drawn from the module's sources
 (kivo/) and the phonebook library's JSON and text conversion
-(phonebook/src/): a relational or logical operator swapped, an integer
+(standins/phonebook/src/): a relational or logical operator swapped, an integer
 constant moved by one, one character of a string literal changed, a
 returned constant flipped. Each change is applied alone to a private copy
 of the tree, built, and the fast tiers of ctest (unit, platform, corpus)
@@ -27,11 +27,11 @@ SOURCES = [
     ("kivo", (".cpp", ".h")),
 ]
 PHONEBOOK_CONVERSION = [
-    "phonebook/src/request.cpp",
-    "phonebook/src/records.cpp",
-    "phonebook/src/latin1.cpp",
-    "phonebook/src/jsonread.h",
-    "phonebook/src/wire.h",
+    "standins/phonebook/src/request.cpp",
+    "standins/phonebook/src/records.cpp",
+    "standins/phonebook/src/latin1.cpp",
+    "standins/phonebook/src/jsonread.h",
+    "standins/phonebook/src/wire.h",
 ]
 FAST_LABELS = "unit|platform|corpus"
 

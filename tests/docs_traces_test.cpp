@@ -96,7 +96,7 @@ TEST(TracesDocument, EveryTextInTheCodeHasARowAndEveryRowATextInTheCode)
         else if (!dir.empty() && line.compare(0, 3, "| `") == 0 && close != std::string::npos)
             documented[dir].insert(line.substr(3, close - 3));
     }
-    for (const char* dir : {"kivo/", "platform/", "webconfd/", "host/"})
+    for (const char* dir : {"kivo/", "standins/platform/", "standins/webconfd/", "standins/host/"})
         EXPECT_EQ(documented.count(dir), 1u) << "docs/traces.md has no rows for " << dir;
     for (const auto& section : documented) {
         const std::set<std::string> inCode = sourceFormats(root / section.first);
