@@ -88,22 +88,22 @@ bool deliver(int task, int event, unsigned int primitive, void* raw)
 
 }  // namespace benchplt
 
-int CManIO::SendIpc(CManMessage& msg, const char*, const char*)
+int PLT_SendIpc(CManMessage& msg, const char*, const char*)
 {
     tally.ipcSends++;
-    tally.ipcBytes += msg.length();
+    tally.ipcBytes += Platform::length(msg);
     if (keepLast)
-        last.assign(reinterpret_cast<const char*>(msg.data()), msg.length());
+        last.assign(reinterpret_cast<const char*>(Platform::data(msg)), Platform::length(msg));
     return MAN_OK;
 }
 
-int CManIO::SendLocal(CManMessage&, int)
+int PLT_SendLocal(CManMessage&, int)
 {
     tally.localSends++;
     return MAN_OK;
 }
 
-int CManIO::TimerLocal(CManMessage&, int, unsigned int)
+int PLT_TimerLocal(CManMessage&, int, unsigned int)
 {
     tally.timers++;
     return MAN_OK;
@@ -146,10 +146,9 @@ void LOG_ExpError(const char*, const char*, int, const char*, ...)
     tally.logs++;
 }
 
-int UI_ExpWritef(const char*, ...)
+void UI_ExpWritef(const char*, ...)
 {
     tally.terminalWrites++;
-    return 0;
 }
 
 int DTM_ExpRegister(const char*, const char*, DTM_Interpreter)
@@ -157,7 +156,22 @@ int DTM_ExpRegister(const char*, const char*, DTM_Interpreter)
     return MAN_OK;
 }
 
-int DTM_ExpReturn()
+void DTM_ExpReturn()
 {
-    return MAN_OK;
+}
+
+/* The firmware's sends report nothing. */
+void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+{
+    PLT_SendIpc(msg, source, destination);
+}
+
+void CManIO::SendLocal(CManMessage& msg, int taskNo)
+{
+    PLT_SendLocal(msg, taskNo);
+}
+
+void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+{
+    PLT_TimerLocal(msg, taskNo, time);
 }

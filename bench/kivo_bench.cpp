@@ -37,6 +37,7 @@
 #include "pbbackend.h"
 #include "phonebook/latin1.h"
 #include "phonebook/request.h"
+#include "phonebook/standin.h"
 #include "platform/mantask.h"
 #include "platform/standin.h"
 
@@ -103,8 +104,8 @@ Contact sampleContact(int i)
     const std::string n = std::to_string(i);
     Contact c("", "c7f1e2a0-" + n, "", i % 3 == 0 ? "J\xfcrgen" : "Annegret", "M\xfcller-Schmidt " + n,
               "Vornsyn Ger\xe4tebau GmbH", boost::none);
-    c.numbers.push_back(ContactNumber("work", "+49711123" + n, "", "", 1, 0, 0));
-    c.numbers.push_back(ContactNumber("mobile", "+49170555" + n, "", "", 2, 0, 0));
+    c.numbers.push_back(ContactNumber{"work", "+49711123" + n, "", "", 1, 0, 0});
+    c.numbers.push_back(ContactNumber{"mobile", "+49170555" + n, "", "", 2, 0, 0});
     c.extraText1 = "Stuttgart";
     c.extraText2 = "Hauptstra\xdf" "e 12";
     return c;
@@ -121,7 +122,7 @@ std::string contactReply(unsigned int queryId, int n)
         r.items.push_back(boost::make_shared<Contact>(sampleContact(i)));
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "";
-    return Json::writeString(writer, r.toJson());
+    return Json::writeString(writer, responseToJson(r));
 }
 
 /* The module's reader settings: CharReaderBuilder's defaults. */
@@ -571,7 +572,7 @@ HeapFigure heapPerEntry(std::size_t n, bool holding)
             r.type = Contacts;
             r.total = 2;
             r.items.push_back(boost::make_shared<Contact>(sampleContact(static_cast<int>(i))));
-            replies.push_back(Json::FastWriter().write(r.toJson()));
+            replies.push_back(Json::FastWriter().write(responseToJson(r)));
         }
     }
     heapcount::enable(true);

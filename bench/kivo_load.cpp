@@ -53,6 +53,8 @@
 #include "kivo.h"
 #include "phonebook/latin1.h"
 #include "phonebook/request.h"
+#include "phonebook/standin.h"
+#include "platform/standin.h"
 #include "platform/runtime.h"
 
 extern char** environ;
@@ -452,7 +454,7 @@ LoadResult load(int clients, double measure, const std::function<double(int)>& o
 /* A query client that tells its thread when the search is over. */
 class LoadClient : public AbstractQueryClient {
 public:
-    LoadClient() : AbstractQueryClient(searchParameters(), "", 0, false) {}
+    LoadClient() { parameters = searchParameters(); }
 
     void requestFinished() override
     {
@@ -617,16 +619,16 @@ int main(int argc, char** argv)
             auto c = boost::make_shared<Contact>("", "load-" + std::to_string(i), "", "J\xfcrgen",
                                                  std::string(kName) + " " + std::to_string(i),
                                                  "Vornsyn Ger\xe4tebau GmbH", boost::none);
-            c->numbers.push_back(ContactNumber("gesch\xe4" "ftlich", "+49 711 123" + std::to_string(i), "", "", 2, 0, 0));
-            c->numbers.push_back(ContactNumber("mobil", "0170 555" + std::to_string(i), "", "", 3, 0, 0));
+            c->numbers.push_back(ContactNumber{"gesch\xe4" "ftlich", "+49 711 123" + std::to_string(i), "", "", 2, 0, 0});
+            c->numbers.push_back(ContactNumber{"mobil", "0170 555" + std::to_string(i), "", "", 3, 0, 0});
             c->extraText1 = "Stuttgart";
             r.items.push_back(c);
         }
         Json::StreamWriterBuilder compact;
         compact["indentation"] = "";
-        replies.push_back(Json::writeString(compact, r.toJson()));
+        replies.push_back(Json::writeString(compact, responseToJson(r)));
         r.items.clear();
-        replies.push_back(Json::writeString(compact, r.toJson()));
+        replies.push_back(Json::writeString(compact, responseToJson(r)));
     }
 
     std::printf("kivo_load: name search \"%s\", %d contacts; request datagram %zu B, replies", kName, kMatches,
@@ -724,7 +726,7 @@ int main(int argc, char** argv)
                 boost::shared_ptr<LoadClient> client = boost::make_shared<LoadClient>();
                 const Clock::time_point t0 = Clock::now();
                 daemonRequests++;
-                KIVO_ExpQuery(client, Manager::SearchBackends);
+                KIVO_ExpQuery(client, SearchBackends);
                 if (!client->wait(10000))
                     return -1;
                 const double latency = seconds(Clock::now() - t0);

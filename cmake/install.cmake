@@ -38,7 +38,7 @@ install(FILES kivo/kivo.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivo COMPONENT
 install(EXPORT libkivoTargets NAMESPACE libkivo:: DESTINATION ${KIVO_CMAKE_DIR}/libkivo COMPONENT dev)
 
 # ---- tools and standins-dev -------------------------------------------------
-install(TARGETS kivoplatform phonebook platform_headers EXPORT kivo-standinsTargets
+install(TARGETS kivoplatform phonebook platform_headers firmware_api EXPORT kivo-standinsTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} PERMISSIONS ${KIVO_LIB_PERMISSIONS}
           COMPONENT tools NAMELINK_COMPONENT standins-dev)
 install(TARGETS kivo-host webconfd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
@@ -46,7 +46,7 @@ install(TARGETS kivo-host webconfd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} C
 install(FILES standins/webconfd/sample-phonebook.jsonl DESTINATION ${CMAKE_INSTALL_DATADIR}/kivo COMPONENT tools)
 # Whole directories, so that every header the stand-ins declare goes along;
 # the recording platform is the unit tests' and is not installed.
-install(DIRECTORY standins/platform/include/ standins/phonebook/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+install(DIRECTORY firmware-api/include/ standins/platform/include/ standins/phonebook/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT standins-dev FILES_MATCHING PATTERN "*.h" PATTERN "recording.h" EXCLUDE)
 install(EXPORT kivo-standinsTargets NAMESPACE kivo:: DESTINATION ${KIVO_CMAKE_DIR}/kivo-standins
   COMPONENT standins-dev)

@@ -35,13 +35,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const bool valid = decode(bytes, &fields);
         CManMessage msg;
         FUZZ_CHECK((msg.Assign(raw) == MAN_OK) == valid);
-        FUZZ_CHECK(!valid || (msg.length() == bytes.size() && std::memcmp(msg.data(), bytes.data(), bytes.size()) == 0));
+        FUZZ_CHECK(!valid || (Platform::length(msg) == bytes.size() && std::memcmp(Platform::data(msg), bytes.data(), bytes.size()) == 0));
         /* A read of the wrong type or past the end gives nothing and marks the reader. */
-        for (std::size_t i = 0; valid && !msg.readFailed(); i++) {
+        for (std::size_t i = 0; valid && !Platform::readFailed(msg); i++) {
             const bool u32 = i < fields.size() ? fields[i].isU32 != ((data[0] >> (i % 7)) & 1) : data[0] & 1;
             const bool ok = i < fields.size() && u32 == fields[i].isU32;
             FUZZ_CHECK(u32 ? msg.getU32() == (ok ? fields[i].u32 : 0) : msg.getString() == (ok ? fields[i].str : ""));
-            FUZZ_CHECK(msg.readFailed() == !ok);
+            FUZZ_CHECK(Platform::readFailed(msg) == !ok);
         }
         msg.Dump();
         MAN_ExpPFree(raw);

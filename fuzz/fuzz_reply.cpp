@@ -11,7 +11,10 @@ using namespace ZEMBRA::Phonebook;
 /* Stops the run on anything that reaches it after its end. */
 struct Client : AbstractQueryClient {
     Client(QueryMode mode, const Json::Value& value, bool bestMatch)
-        : AbstractQueryClient({value, mode, 0, 100, ""}, "", 0, bestMatch) {}
+    {
+        parameters = {value, mode, 0, 100, ""};
+        bestMatchOnly = bestMatch;
+    }
     void requestFinished() override { FUZZ_CHECK(ends++ == 0); }
     void addContact(const Contact&, CacheInfo) override { got(); }
     void addContact(const Contact&, CacheInfo, const std::string&, int) override { got(); }
@@ -48,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             FUZZ_CHECK(KIVO_ExpAddEvent(&event) == 0 && KIVO_ExpDelEvent(&event) == 0);
         searches.emplace_back(new Client(row));
         searches.back()->id = uiQueryId;
-        FUZZ_CHECK(KIVO_ExpQuery(searches.back(), Manager::SearchBackends) == 0);
+        FUZZ_CHECK(KIVO_ExpQuery(searches.back(), SearchBackends) == 0);
     }
     std::istringstream in(std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
     for (std::string s; checkTable(searches), std::getline(in, s, '\x1e');) {

@@ -8,6 +8,7 @@
 #include "check.h"
 #include "import.h"
 #include "phonebook/request.h"
+#include "phonebook/standin.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
 #include "server.h"
@@ -43,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     Json::Value root;
     Request request(0, "");
-    const bool answerable = parse(text, &root) && Request::fromJson(root, request, nullptr);
+    const bool answerable = parse(text, &root) && requestFromJson(root, request, nullptr);
     FUZZ_CHECK(opened && store.begin());
     webconfd::Server server(store, options, [] { return int64_t(1000); });
     server.handle("other@Local", "{\"queryId\":1,\"params\":{\"kind\":\"folder\",\"type\":0}}");

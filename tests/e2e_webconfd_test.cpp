@@ -132,9 +132,9 @@ TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
         const std::string text = "{\"queryId\":" + std::to_string(id) +
                                  ",\"params\":{\"kind\":\"contact\",\"type\":0,\"data\":\"1\"},\"offset\":0,\"size\":100}";
         CManMessage request;   // the platform's own wire form, sent from outside it
-        ASSERT_TRUE(request.Create(0, 0, static_cast<int>(text.size())) == MAN_OK && request.addString(text) == MAN_OK);
-        ASSERT_EQ(sendto(frozen, request.data(), request.length(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-                  static_cast<ssize_t>(request.length()));
+        ASSERT_TRUE(request.Create(0, 0, static_cast<int>(text.size())) == MAN_OK && Platform::addString(request, text) == MAN_OK);
+        ASSERT_EQ(sendto(frozen, Platform::data(request), Platform::length(request), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+                  static_cast<ssize_t>(Platform::length(request)));
     }
     Program second({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc});
     EXPECT_EQ(second.finish(), 1);

@@ -82,7 +82,7 @@ const Row rows[] = {
     {"ElevenRowsAtMost", DO(type("id 1"); t.reply(0, Contacts, 12, items({"A", "B", "C", "D", "E", "F", "G", "H", "I",
                                                                          "J", "K", "L"}));
                             PbBackend::QueryState q; t.backend().lookup(0, &q);   /* the other addContact */
-                            q.client->addContact(Contact(), AbstractQueryClient::CacheRemote);
+                            q.client->addContact(Contact(), CacheRemote);
                             type("del 11"); type("del 10")),
      "CmdSearchByID\nKIVO_TFSearchByID  id 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'1','kind':'contact','type':0},'queryId':0,'size':100,'userId':''}\n"

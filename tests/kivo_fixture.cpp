@@ -136,7 +136,7 @@ void KivoTest::search(QueryMode mode, const Json::Value& value, bool bestMatch)
 int KivoTest::query(QueryMode mode)
 {
     return KIVO_ExpQuery(boost::shared_ptr<FakeClient>(new FakeClient(mode, Json::Value("W"))),
-                         Manager::SearchBackends);
+                         SearchBackends);
 }
 
 void KivoTest::reply(const std::string& text)

@@ -28,7 +28,8 @@ public:
     void requestFinished() override
     {
         ends++;
-        UI_ExpWritef(finished ? "~%d finished %d\n" : "~%d requestFinished\n", number, static_cast<int>(result));
+        UI_ExpWritef(ZEMBRA::Phonebook::Library::finished(*this) ? "~%d finished %d\n" : "~%d requestFinished\n", number,
+                     static_cast<int>(ZEMBRA::Phonebook::Library::result(*this)));
     }
     void addContact(const ZEMBRA::Phonebook::Contact& c, CacheInfo info) override
     {
@@ -41,11 +42,13 @@ public:
     }
     void addEvent(const ZEMBRA::Phonebook::Event& e, CacheInfo info) override
     {
-        UI_ExpWritef("~%d event %s %s %s %d\n", number, e.name.c_str(), e.uid.c_str(), e.backend.c_str(), info);
+        const auto& d = ZEMBRA::Phonebook::Library::data(e);
+        UI_ExpWritef("~%d event %s %s %s %d\n", number, d.name.c_str(), d.uid.c_str(), d.backend.c_str(), info);
     }
     void addFolder(const ZEMBRA::Phonebook::Folder& f, CacheInfo info) override
     {
-        UI_ExpWritef("~%d folder %s %s %s %d\n", number, f.name.c_str(), f.uid.c_str(), f.backend.c_str(), info);
+        const auto& d = ZEMBRA::Phonebook::Library::data(f);
+        UI_ExpWritef("~%d folder %s %s %s %d\n", number, d.name.c_str(), d.uid.c_str(), d.backend.c_str(), info);
     }
 
     const int number;

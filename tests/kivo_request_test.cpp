@@ -23,8 +23,8 @@ const Row rows[] = {
      "startQuery:267 strRequest <request>\n* create 0x00830005/0/139\nSource address: ui@Local Destination address: webconfd@Local\n"
      "* ipc webconfd@Local from 'ui@Local' 0x00830005 json {'offset':3,'params':{'data':'9333','kind':'contact','type':3},'queryId':0,'size':7,'userId':'u1'}\n"},
     {"TracedChanges", DO(t.info(); Contact contact("source", "u-17", "", "Tilmo", "Wefer", "H\xF6strand", boost::none);
-                         contact.numbers.push_back(ContactNumber("", "011122233344", "", "", 1, 2, -1));
-                         Event event("source", "ev-3", Event::Missed, "0711", "Wefer", 1700000000, 0);
+                         contact.numbers.push_back(ContactNumber{"", "011122233344", "", "", 1, 2, -1});
+                         Event event = makeEvent("source", "ev-3", EventMissed, "0711", "Wefer", 1700000000, 0);
                          t.backend().addContact(&contact); t.backend().deleteContact(&contact);
                          t.backend().addEvent(&event); t.backend().deleteEvent(&event)),
      "addContact:293\naddContact:294 contact->getLastName  Wefer\naddContact:295 contact->getFirstName Tilmo\n* timer 67 5000 0x00000002/0/0 u32 0\n"

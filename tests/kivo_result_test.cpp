@@ -29,7 +29,7 @@ struct Chaining : FakeClient {
     void requestFinished() override
     {
         FakeClient::requestFinished();
-        KIVO_ExpQuery(boost::shared_ptr<FakeClient>(new FakeClient(Number, Json::Value("0"))), Manager::SearchBackends);
+        KIVO_ExpQuery(boost::shared_ptr<FakeClient>(new FakeClient(Number, Json::Value("0"))), SearchBackends);
     }
 };
 

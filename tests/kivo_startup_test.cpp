@@ -23,7 +23,7 @@ TEST(Load, StateBeforeTheStart)
 void everyCall(KivoTest& t, int result, bool records)
 {
     Contact contact("source", "u-1", "", "", "Wefer", "", boost::none);
-    Event event("source", "ev-1", Event::Missed, "0711", "", 0, 0);
+    Event event = makeEvent("source", "ev-1", EventMissed, "0711", "", 0, 0);
     EXPECT_EQ(t.query(Number), result);
     EXPECT_EQ(KIVO_ExpAddContact(records ? &contact : nullptr), result);
     EXPECT_EQ(KIVO_ExpDelContact(records ? &contact : nullptr), result);
@@ -98,7 +98,7 @@ const Row exported[] = {
      "* ipc webconfd@Local from NULL 0x00830001/0/131 json {'offset':0,'params':{'data':'','kind':'event','type':3},'queryId':0,'size':0,'userId':''}\n"},
     /* Null records go to the manager, which drops them; no client, no search. */
     {"Traced", DO(KIVO_DebugSet("exp", 1); everyCall(t, 0, false);
-                  EXPECT_EQ(KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(), Manager::SearchBackends), -1)),
+                  EXPECT_EQ(KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(), SearchBackends), -1)),
      "KIVO_DebugSet pName exp  iValue 1\nKIVO_ExpQuery  searchMode 1\n* timer 67 5000 0x00000002/0/0 u32 0\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':1},'queryId':0,'size':100,'userId':''}\n"
      "KIVO_ExpAddContact  pContact (nil)\nKIVO_AddContact  pContact (nil)\nKIVO_ExpDelContact  pContact (nil)\nKIVO_DelContact  pContact (nil)\n"

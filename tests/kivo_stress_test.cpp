@@ -51,7 +51,7 @@ void daemonTask(int event, unsigned int, void* raw)
     for (const std::pair<int, bool>& reply : plans[plan].replies) {
         const std::string text = replyText(request["queryId"].asUInt(), reply.first, 2, reply.second ? two : none);
         EXPECT_TRUE(msg.Create(KIVO_PRIM_RESULT, 0, static_cast<int>(text.size())) == MAN_OK &&
-                    msg.addString(text) == MAN_OK && cManIO.SendIpc(msg, "webconfd@Local", to.c_str()) == MAN_OK);
+                    Platform::addString(msg, text) == MAN_OK && PLT_SendIpc(msg, "webconfd@Local", to.c_str()) == MAN_OK);
         msg.Delete();
     }
 }
@@ -71,7 +71,7 @@ TEST(StressTest, EverySearchEndsOnceAsItsPlanSays)
     for (std::size_t t = 0; t < 4; t++)
         threads.emplace_back([t, &clients] {
             for (std::size_t i = t; i < kClients; i += 4)
-                EXPECT_EQ(KIVO_ExpQuery(clients[i] = boost::make_shared<Client>(i % kPlans), Manager::SearchBackends), 0);
+                EXPECT_EQ(KIVO_ExpQuery(clients[i] = boost::make_shared<Client>(i % kPlans), SearchBackends), 0);
         });
     for (int i = 0; i < 400; i++)   /* its rows are written on the kivo task and read here */
         KIVO_Interpreter(i % 2 ? "del 0" : "name 0");
@@ -83,7 +83,7 @@ TEST(StressTest, EverySearchEndsOnceAsItsPlanSays)
     std::vector<int> want(kPlans, kClients / kPlans), good(kPlans);
     for (const boost::shared_ptr<Client>& c : clients)
         good[c->plan] += c->ends == 1 && c->late == 0 && c->records == plans[c->plan].records && c.use_count() == 1 &&
-                         c->result == (c->records > 0 ? Client::ResultFound : Client::ResultNone);
+                         Library::result(*c) == (c->records > 0 ? ResultFound : ResultNone);
     EXPECT_EQ(good, want) << "searches that ended once as their plan says, by plan";
     PLT_Shutdown();
     resetModule();

@@ -30,7 +30,7 @@ TEST_F(Threads, EverySearchEndsExactlyOnce)
                     continue;
                 }
                 clients[c].emplace_back(new FakeClient(NameAlpha, Json::Value("W")));
-                KIVO_ExpQuery(clients[c].back(), Manager::SearchBackends);
+                KIVO_ExpQuery(clients[c].back(), SearchBackends);
             }
             done++;
         });

@@ -18,6 +18,7 @@
 #include "kivo.h"
 #include "pbbackend.h"
 #include "phonebook/latin1.h"
+#include "phonebook/standin.h"
 #include "platform/recording.h"
 
 /* Releases the module's objects and restores its load-time state. */

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "phonebook/records.h"
+#include "phonebook/standin.h"
 
 using namespace ZEMBRA::Phonebook;
 

@@ -34,7 +34,7 @@ void* g_raw = nullptr;               // the last raw message
 
 std::string bytesOf(const CManMessage& m)
 {
-    return std::string(reinterpret_cast<const char*>(m.data()), m.length());
+    return std::string(reinterpret_cast<const char*>(Platform::data(m)), Platform::length(m));
 }
 
 void taskCallback(int event, unsigned primitive, void* raw)
@@ -124,25 +124,25 @@ void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
 const Mistake kMistakes[] = {
     {"CreateBeyondMaximum", [](Working& w) { return w.msg.Create(1, 0, MAN_MAX_MSG + 1); }, MAN_E_SIZE, ""},
-    {"FieldAtMaximum", [](Working& w) { return w.message(1).addString(std::string(MAN_MAX_MSG - 9, 'x')); }, 0, ""},
+    {"FieldAtMaximum", [](Working& w) { return Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 9, 'x')); }, 0, ""},
     {"FieldBeyondMaximumChangesNothing", [](Working& w) {
-         const int code = w.message(1).addString(std::string(MAN_MAX_MSG - 8, 'x'));
-         return w.msg.length() == 4 ? code : -1; }, MAN_E_SIZE, ""},
+         const int code = Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 8, 'x'));
+         return Platform::length(w.msg) == 4 ? code : -1; }, MAN_E_SIZE, ""},
     {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_FORMAT, ""},
     {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback); }, MAN_E_STATE, ""},
     {"NameTaken", [](Working&) { return MAN_ExpTCreate("B", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_STATE, ""},
     {"IpcDirOthersCanEnter", [](Working& w) { return chmod(w.ipc.c_str(), 0755) + PLT_SetIpcDir(w.ipc); }, MAN_E_IO,
      "setIpcDirLocked: IPC directory {ipc} refused: must be a directory of this user with mode 0700", false},
-    {"SendToNoAddress", [](Working& w) { return cManIO.SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
+    {"SendToNoAddress", [](Working& w) { return PLT_SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
      "SendIpc: invalid IPC address nobody"},
-    {"LocalToNoTask", [](Working& w) { return cManIO.SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
-    {"CallbackThrows", [](Working& w) { return cManIO.SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
+    {"LocalToNoTask", [](Working& w) { return PLT_SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
+    {"CallbackThrows", [](Working& w) { return PLT_SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
      "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom"},
-    {"CallbackThrowsNoException", [](Working& w) { return cManIO.SendLocal(w.message(THROW_OTHER), 11); }, MAN_OK,
+    {"CallbackThrowsNoException", [](Working& w) { return PLT_SendLocal(w.message(THROW_OTHER), 11); }, MAN_OK,
      "runCallback: task B: callback threw on event 0 primitive 0x0000ee02"},
-    {"CallbackKeepsMessage", [](Working& w) { return cManIO.SendLocal(w.message(KEEP), 11); }, MAN_OK,
+    {"CallbackKeepsMessage", [](Working& w) { return PLT_SendLocal(w.message(KEEP), 11); }, MAN_OK,
      "deliver: task B did not release message 0x0000ee03"},
-    {"CallbackFreesTwice", [](Working& w) { return cManIO.SendLocal(w.message(FREE_TWICE), 11); }, MAN_OK,
+    {"CallbackFreesTwice", [](Working& w) { return PLT_SendLocal(w.message(FREE_TWICE), 11); }, MAN_OK,
      "MAN_ExpPFree: message {raw} released twice, ignored"},
     {"DatagramTooLong", [](Working& w) { return w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0')); }, MAN_OK,
      "receiveFrom: datagram for B from (unbound) longer than 65536 bytes, dropped"},
@@ -169,9 +169,9 @@ TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
     EXPECT_EQ(locked([] { return g_log; }), log);
     if (GetParam().tasks) {
         CManMessage& m = message(0x00830002);
-        ASSERT_EQ(m.addU32(0x01020304), MAN_OK);
-        ASSERT_EQ(m.addString(std::string("{\0\xff", 3)), MAN_OK);
-        ASSERT_EQ(cManIO.SendIpc(m, nullptr, "B@Local"), MAN_OK);
+        ASSERT_EQ(Platform::addU32(m, 0x01020304), MAN_OK);
+        ASSERT_EQ(Platform::addString(m, std::string("{\0\xff", 3)), MAN_OK);
+        ASSERT_EQ(PLT_SendIpc(m, nullptr, "B@Local"), MAN_OK);
         PLT_Drain();   // waits for the datagram in flight
         EXPECT_EQ(got().back(), std::string("\0\x83\0\x02\x01\x01\x02\x03\x04\x02\0\0\0\x03{\0\xff", 17));
     }
@@ -190,8 +190,8 @@ TEST_P(Queue, OfABusyTaskIsBoundedAndLosesNothing)
     PLT_SetQueueLimits(GetParam().messages, GetParam().bytes);
     locked([] { return g_open = false; });
     startB();
-    ASSERT_EQ(cManIO.SendLocal(message(HOLD), 11), MAN_OK);
-    ASSERT_EQ(message(0x6A).addString(std::string(16 << 10, 'x')), MAN_OK);
+    ASSERT_EQ(PLT_SendLocal(message(HOLD), 11), MAN_OK);
+    ASSERT_EQ(Platform::addString(message(0x6A), std::string(16 << 10, 'x')), MAN_OK);
     std::size_t accepted = 0;
     while (accepted < 1000 && sendRaw(bytesOf(msg)) == 0)
         accepted++;

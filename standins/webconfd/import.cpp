@@ -11,6 +11,7 @@
 
 #include "jsontext.h"
 #include "phonebook/latin1.h"
+#include "phonebook/standin.h"
 #include "platform/log.h"
 #include "platform/standin.h"
 
@@ -18,6 +19,9 @@ using ZEMBRA::Phonebook::Contact;
 using ZEMBRA::Phonebook::Event;
 using ZEMBRA::Phonebook::Folder;
 using ZEMBRA::Phonebook::utf8ToLatin1;
+using ZEMBRA::Phonebook::contactFromJson;
+using ZEMBRA::Phonebook::eventFromJson;
+using ZEMBRA::Phonebook::folderFromJson;
 
 /* Generated from sample-phonebook.jsonl at build time. */
 extern const unsigned char kSamplePhonebook[];
@@ -46,15 +50,15 @@ bool importLine(Store& store, const Json::Value& line, ImportReport* report, std
     Change change;
     int* count;
     if (kind == "contact") {
-        Contact contact = Contact::fromJson(record);
+        Contact contact = contactFromJson(record);
         change = store.putContact(contact);
         count = &report->contacts;
     } else if (kind == "event") {
-        Event event = Event::fromJson(record);
+        Event event = eventFromJson(record);
         change = store.putEvent(event);
         count = &report->events;
     } else if (kind == "folder") {
-        Folder folder = Folder::fromJson(record);
+        Folder folder = folderFromJson(record);
         std::vector<std::string> members;
         const Json::Value& list = record["members"];
         for (Json::ArrayIndex i = 0; list.isArray() && i < list.size(); i++) {

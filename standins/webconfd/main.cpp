@@ -129,7 +129,7 @@ void send(const std::vector<webconfd::Outgoing>& messages)
             return;
         CManMessage msg;
         if (msg.Create(webconfd::kReplyPrimitive, 0, static_cast<int>(m.text.size() + 5)) != MAN_OK ||
-            msg.addString(m.text) != MAN_OK) {
+            Platform::addString(msg, m.text) != MAN_OK) {
             LOG_ExpError(kFile, "send", __LINE__, "reply of %lu bytes to %s does not fit a message",
                          static_cast<unsigned long>(m.text.size()), m.destination.c_str());
             continue;
@@ -153,7 +153,7 @@ void taskCallback(int event, unsigned int primitive, void* raw)
             /* Searches come with their client's primitive, changes with
              * 0x00830001: any message whose first field is text is a request. */
             const std::string text = msg.getString();
-            if (msg.readFailed())
+            if (Platform::readFailed(msg))
                 LOG_ExpError(kFile, "taskCallback", __LINE__, "message 0x%08lx from %s without a text field dropped",
                              static_cast<unsigned long>(primitive), source.empty() ? "?" : source.c_str());
             else if (source.empty())

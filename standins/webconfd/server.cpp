@@ -13,10 +13,27 @@
 
 #include "jsontext.h"
 #include "phonebook/latin1.h"
+#include "phonebook/standin.h"
 #include "platform/log.h"
 #include "platform/standin.h"
 
 using ZEMBRA::Phonebook::Contact;
+using ZEMBRA::Phonebook::ContactAdd;
+using ZEMBRA::Phonebook::ContactById;
+using ZEMBRA::Phonebook::ContactByIndex;
+using ZEMBRA::Phonebook::ContactByNameAlpha;
+using ZEMBRA::Phonebook::ContactByNameVanity;
+using ZEMBRA::Phonebook::ContactByNumber;
+using ZEMBRA::Phonebook::ContactDelete;
+using ZEMBRA::Phonebook::EventAdd;
+using ZEMBRA::Phonebook::EventByRange;
+using ZEMBRA::Phonebook::EventDelete;
+using ZEMBRA::Phonebook::FolderListing;
+using ZEMBRA::Phonebook::Library;
+using ZEMBRA::Phonebook::contactFromJson;
+using ZEMBRA::Phonebook::eventFromJson;
+using ZEMBRA::Phonebook::responseToJson;
+using ZEMBRA::Phonebook::requestFromJson;
 using ZEMBRA::Phonebook::ContactParams;
 using ZEMBRA::Phonebook::Event;
 using ZEMBRA::Phonebook::EventParams;
@@ -92,7 +109,7 @@ Response acknowledge(const Request& request, const std::string& message)
     Response r;
     r.queryId = request.queryId;
     r.type = ZEMBRA::Phonebook::Acknowledge;
-    r.message = message;
+    Library::message(r) = message;
     return r;
 }
 
@@ -196,7 +213,7 @@ void Server::addRecords(const Request& request, int type, const Found<T>& found,
     if (records > 0)
         replies->push_back(std::move(reply));
     if (!found.ok)
-        envelope.message = "database error";
+        Library::message(envelope) = "database error";
     replies->push_back(Reply(envelope));
 }
 
@@ -207,37 +224,37 @@ bool Server::contactRequest(const Request& request, const ContactParams& p, std:
     const bool isText = textOf(p.data, &text);
     Found<Contact> found;
     switch (p.type) {
-    case ContactParams::ById:
+    case ContactById:
         if (isText)
             found = store_.contactsById(text, page);
         break;
-    case ContactParams::ByNumber:
+    case ContactByNumber:
         if (isText)
             found = store_.contactsByNumber(text, page);
         break;
-    case ContactParams::ByNameAlpha:
+    case ContactByNameAlpha:
         if (isText)
             found = store_.contactsByName(text, page);
         break;
-    case ContactParams::ByNameVanity:
+    case ContactByNameVanity:
         if (isText)
             found = store_.contactsByKeypad(text, page);
         break;
-    case ContactParams::ByIndex: {
+    case ContactByIndex: {
         int64_t position;
         if (positionOf(p.data, &position))
             found = store_.contactAtPosition(position, page);
         break;
     }
-    case ContactParams::Add: {
+    case ContactAdd: {
         if (!p.data.isObject()) {
             replies->push_back(acknowledge(request, "refused: the contact is not an object"));
             return false;
         }
-        Contact contact = Contact::fromJson(p.data);
+        Contact contact = contactFromJson(p.data);
         return acknowledgeChange(request, store_.putContact(contact), "contact", contact.uid, replies);
     }
-    case ContactParams::Delete:
+    case ContactDelete:
         if (!isText) {
             replies->push_back(acknowledge(request, "refused: the uid is not a string"));
             return false;
@@ -254,7 +271,7 @@ bool Server::contactRequest(const Request& request, const ContactParams& p, std:
 bool Server::eventRequest(const Request& request, const EventParams& p, std::vector<Reply>* replies)
 {
     switch (p.type) {
-    case EventParams::ByRange: {
+    case EventByRange: {
         int64_t from;
         int64_t to;
         Found<Event> found;
@@ -263,15 +280,16 @@ bool Server::eventRequest(const Request& request, const EventParams& p, std::vec
         addRecords(request, ZEMBRA::Phonebook::Events, found, replies);
         return false;
     }
-    case EventParams::Add: {
+    case EventAdd: {
         if (!p.data.isObject()) {
             replies->push_back(acknowledge(request, "refused: the event is not an object"));
             return false;
         }
-        Event event = Event::fromJson(p.data);
-        return acknowledgeChange(request, store_.putEvent(event), "event", event.uid, replies);
+        Event event = eventFromJson(p.data);
+        const Change change = store_.putEvent(event);   // gives a new event its uid
+        return acknowledgeChange(request, change, "event", event.getUid(), replies);
     }
-    case EventParams::Delete: {
+    case EventDelete: {
         std::string uid;
         if (!textOf(p.data, &uid)) {
             replies->push_back(acknowledge(request, "refused: the uid is not a string"));
@@ -287,7 +305,7 @@ bool Server::eventRequest(const Request& request, const EventParams& p, std::vec
 
 void Server::folderRequest(const Request& request, const FolderParams& p, std::vector<Reply>* replies)
 {
-    if (p.type != FolderParams::List) {
+    if (p.type != FolderListing) {
         unsupported(request, "folder", p.type, replies);
         return;
     }
@@ -301,7 +319,7 @@ void Server::addOutgoing(const std::string& destination, Reply reply, std::vecto
         return;
     if (f.invalidType)
         reply.response.type = kInvalidReplyType;
-    std::string text = compactJson(reply.response.toJson());
+    std::string text = compactJson(responseToJson(reply.response));
     if (!reply.items.empty()) {
         /* "items" is the first member of the compact text, written "[]"
          * for the response without records: the records go in between. */
@@ -324,8 +342,8 @@ std::vector<Outgoing> Server::noticesExcept(const std::string& source, int64_t n
     Response notice;
     notice.queryId = kNoQueryId;
     notice.type = ZEMBRA::Phonebook::ConfigChanged;
-    notice.message = "phonebook changed";
-    const std::string text = compactJson(notice.toJson());
+    Library::message(notice) = "phonebook changed";
+    const std::string text = compactJson(responseToJson(notice));
 
     std::vector<Outgoing> out;
     for (auto it = clients_.begin(); it != clients_.end();) {
@@ -357,7 +375,7 @@ std::vector<Outgoing> Server::handle(const std::string& source, const std::strin
         return {};
     }
     Request request(0, "");
-    if (!Request::fromJson(json, request, &why)) {
+    if (!requestFromJson(json, request, &why)) {
         LOG_ExpError(kFile, "handle", __LINE__, "request from %s dropped: %s", source.c_str(), why.c_str());
         return {};
     }
@@ -388,7 +406,7 @@ std::vector<Outgoing> Server::handle(const std::string& source, const std::strin
         const Response& last = replies.back().response;
         LOG_ExpInfo(kFile, "handle", __LINE__, "query %u from %s: %lu replies, total %d, \"%s\"", request.queryId,
                     source.c_str(), static_cast<unsigned long>(replies.size()), static_cast<int>(last.total),
-                    last.message.c_str());
+                    Library::message(last).c_str());
     }
 
     std::vector<Outgoing> out;

@@ -15,10 +15,15 @@
 #include "jsontext.h"
 #include "match.h"
 #include "phonebook/latin1.h"
+#include "phonebook/standin.h"
 #include "platform/log.h"
 #include "platform/standin.h"
 
 using ZEMBRA::Phonebook::Contact;
+using ZEMBRA::Phonebook::Library;
+using ZEMBRA::Phonebook::makeEvent;
+using ZEMBRA::Phonebook::makeFolder;
+using ZEMBRA::Phonebook::contactFromJson;
 using ZEMBRA::Phonebook::ContactNumber;
 using ZEMBRA::Phonebook::Event;
 using ZEMBRA::Phonebook::Folder;
@@ -361,7 +366,7 @@ void Store::readContact(Stmt& row, int first, int64_t id, Contact* out)
                      static_cast<long long>(id), why.c_str());
         extra = Json::Value(Json::objectValue);
     }
-    *out = Contact::fromJson(ZEMBRA::Phonebook::utf8ToLatin1(extra));
+    *out = contactFromJson(ZEMBRA::Phonebook::utf8ToLatin1(extra));
     out->backend = kBackend;
     out->uid = row.columnLatin1(first + 0);
     out->firstName = row.columnLatin1(first + 1);
@@ -383,9 +388,9 @@ bool Store::loadContact(int64_t id, Contact* out)
     Stmt nums(this, "SELECT " NUMBER_COLUMNS " FROM numbers WHERE contact_id = ?1 ORDER BY position");
     nums.integer(1, id);
     while (nums.step() == SQLITE_ROW) {
-        c.numbers.emplace_back(nums.columnLatin1(0), nums.columnLatin1(1), nums.columnLatin1(2),
-                               nums.columnLatin1(3), nums.columnInt32(4), nums.columnInt32(5),
-                               nums.columnInt32(6));
+        c.numbers.push_back(ContactNumber{nums.columnLatin1(0), nums.columnLatin1(1), nums.columnLatin1(2),
+                                          nums.columnLatin1(3), nums.columnInt32(4), nums.columnInt32(5),
+                                          nums.columnInt32(6)});
     }
     *out = c;
     return true;
@@ -421,10 +426,10 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
             current = id;
         }
         if (!rows.isNull(9)) {
-            found.items.back().numbers.emplace_back(rows.columnLatin1(10), rows.columnLatin1(11),
-                                                    rows.columnLatin1(12), rows.columnLatin1(13),
-                                                    rows.columnInt32(14), rows.columnInt32(15),
-                                                    rows.columnInt32(16));
+            found.items.back().numbers.push_back(ContactNumber{rows.columnLatin1(10), rows.columnLatin1(11),
+                                                               rows.columnLatin1(12), rows.columnLatin1(13),
+                                                               rows.columnInt32(14), rows.columnInt32(15),
+                                                               rows.columnInt32(16)});
         }
     }
     if (rc != SQLITE_DONE) {
@@ -508,8 +513,8 @@ Found<Event> Store::eventsBetween(int64_t from, int64_t to, const Page& page)
     found.total = count.columnInt32(0);
     int rc;
     while ((rc = list.step()) == SQLITE_ROW) {
-        found.items.emplace_back(kBackend, list.columnLatin1(0), list.columnInt32(1), list.columnLatin1(2),
-                                 list.columnLatin1(3), list.columnInt(4), list.columnInt32(5));
+        found.items.push_back(makeEvent(kBackend, list.columnLatin1(0), list.columnInt32(1), list.columnLatin1(2),
+                                        list.columnLatin1(3), list.columnInt(4), list.columnInt32(5)));
     }
     if (rc != SQLITE_DONE) {
         logError("eventsBetween", __LINE__, "listing events failed");
@@ -534,7 +539,7 @@ Found<Folder> Store::folders(const Page& page)
     found.total = count.columnInt32(0);
     int rc;
     while ((rc = list.step()) == SQLITE_ROW)
-        found.items.emplace_back(kBackend, list.columnLatin1(0), list.columnLatin1(1), list.columnInt32(2));
+        found.items.push_back(makeFolder(kBackend, list.columnLatin1(0), list.columnLatin1(1), list.columnInt32(2)));
     if (rc != SQLITE_DONE) {
         logError("folders", __LINE__, "listing folders failed");
         found.ok = false;
@@ -679,19 +684,19 @@ Change Store::putEvent(Event& event)
         return Change::Failed;
     }
     const char kTaken[] = "SELECT 1 FROM events WHERE uid = ?1";
-    if (event.uid.empty())
-        event.uid = freshUid("event", "e", kTaken);
-    const bool replacing = uidTaken(kTaken, event.uid);
+    if (Library::data(event).uid.empty())
+        Library::data(event).uid = freshUid("event", "e", kTaken);
+    const bool replacing = uidTaken(kTaken, Library::data(event).uid);
     Stmt s(this, "INSERT INTO events (uid, kind, number, name, timestamp, duration) "
                 "VALUES (?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT(uid) DO UPDATE SET kind = excluded.kind, "
                 "number = excluded.number, name = excluded.name, timestamp = excluded.timestamp, "
                 "duration = excluded.duration");
-    s.latin1(1, event.uid)
-        .integer(2, event.kind)
-        .latin1(3, event.number)
-        .latin1(4, event.name)
-        .integer(5, event.timestamp)
-        .integer(6, event.duration);
+    s.latin1(1, Library::data(event).uid)
+        .integer(2, Library::data(event).kind)
+        .latin1(3, Library::data(event).number)
+        .latin1(4, Library::data(event).name)
+        .integer(5, Library::data(event).timestamp)
+        .integer(6, Library::data(event).duration);
     if (!s.run() || !commit()) {
         logError("putEvent", __LINE__, "storing an event failed");
         rollback();
@@ -712,21 +717,21 @@ Change Store::deleteEvent(const std::string& uid)
 
 Change Store::putFolder(Folder& folder, const std::vector<std::string>& members)
 {
-    if (jsonBytes(folder) > kMaxRecordBytes || folder.uid.empty())
+    if (jsonBytes(folder) > kMaxRecordBytes || Library::data(folder).uid.empty())
         return Change::Rejected;
     if (!begin()) {
         logError("putFolder", __LINE__, "cannot start a transaction");
         return Change::Failed;
     }
-    const bool replacing = uidTaken("SELECT 1 FROM folders WHERE uid = ?1", folder.uid);
+    const bool replacing = uidTaken("SELECT 1 FROM folders WHERE uid = ?1", Library::data(folder).uid);
     Stmt s(this, "INSERT INTO folders (uid, name, sort_key) VALUES (?1, ?2, ?3) "
                 "ON CONFLICT(uid) DO UPDATE SET name = excluded.name, sort_key = excluded.sort_key");
-    bool ok = s.latin1(1, folder.uid).latin1(2, folder.name).latin1(3, sortKey(folder.name)).run();
+    bool ok = s.latin1(1, Library::data(folder).uid).latin1(2, Library::data(folder).name).latin1(3, sortKey(Library::data(folder).name)).run();
     Stmt clear(this, "DELETE FROM folder_members WHERE folder_uid = ?1");
-    ok = ok && clear.latin1(1, folder.uid).run();
+    ok = ok && clear.latin1(1, Library::data(folder).uid).run();
     for (const std::string& member : members) {
         Stmt add(this, "INSERT OR IGNORE INTO folder_members (folder_uid, contact_uid) VALUES (?1, ?2)");
-        ok = ok && add.latin1(1, folder.uid).latin1(2, member).run();
+        ok = ok && add.latin1(1, Library::data(folder).uid).latin1(2, member).run();
     }
     if (!ok || !commit()) {
         logError("putFolder", __LINE__, "storing a folder failed");

@@ -1,10 +1,12 @@
 /*
- * The phonebook library's manager (declarations only, see
- * firmware-api/README.md). SearchMode has values but no names its users may
- * rely on; the results of its operations are not documented.
+ * The phonebook library's manager: it routes searches and changes to the
+ * registered backend. SearchMode has values but no names its users may rely
+ * on; the results of the operations are not documented, so they have none.
  */
-#ifndef FIRMWARE_PHONEBOOK_MANAGER_H
-#define FIRMWARE_PHONEBOOK_MANAGER_H
+#ifndef PHONEBOOK_MANAGER_H
+#define PHONEBOOK_MANAGER_H
+
+#include <mutex>
 
 #include <boost/shared_ptr.hpp>
 
@@ -16,15 +18,28 @@ namespace Phonebook {
 
 class Manager {
 public:
-    enum SearchMode {};
+    enum SearchMode : int {};
 
     Manager();
+    ~Manager();
+
+    /* The backend is borrowed; a second registration replaces the first. */
     void registerBackend(SearchBackendInterface* backend);
+    /* Hands the search to the backend; `mode` is passed on unread. */
     void search(boost::shared_ptr<AbstractQueryClient> client, SearchMode mode);
+    /* Hand the borrowed record to the backend. */
     void addContact(Contact* contact);
     void deleteContact(Contact* contact);
     void addEvent(Event* event);
     void deleteEvent(Event* event);
+
+private:
+    Manager(const Manager&) = delete;
+    Manager& operator=(const Manager&) = delete;
+    SearchBackendInterface* backend();
+
+    std::mutex lock_;                  /* guards backend_ only */
+    SearchBackendInterface* backend_ = nullptr;
 };
 
 }  // namespace Phonebook

@@ -1,9 +1,15 @@
 /*
- * The phonebook library's records as their users may rely on them
- * (declarations only, see firmware-api/README.md).
+ * The phonebook library's records: contacts with their numbers and entries,
+ * call-log events and folders. Value classes; their texts are ISO-8859-1
+ * bytes.
+ *
+ * What the library leaves to itself (an event's and a folder's members, the
+ * members of a contact entry) is private; the library's own code reaches it
+ * as the friend Library. toJson() gives a record's JSON form with its texts
+ * still in ISO-8859-1 (docs/phonebook-json.md lists the members).
  */
-#ifndef FIRMWARE_PHONEBOOK_RECORDS_H
-#define FIRMWARE_PHONEBOOK_RECORDS_H
+#ifndef PHONEBOOK_RECORDS_H
+#define PHONEBOOK_RECORDS_H
 
 #include <cstdint>
 #include <string>
@@ -28,30 +34,29 @@ public:
 class ContactNumber {
 public:
     std::string text1;
-    std::string number;
+    std::string number;   /* the dial string */
     std::string text3;
     std::string text4;
-    int32_t value1;
-    int32_t value2;
-    int32_t value3;
+    int32_t value1 = 0;
+    int32_t value2 = 0;
+    int32_t value3 = 0;
 };
 
-/* Seven texts and a number that the module only copies. */
+/* Seven texts and a number that the library's users only copy. */
 class ContactEntry {
-public:
-    std::string not_declared1;
-    std::string not_declared2;
-    std::string not_declared3;
-    std::string not_declared4;
-    std::string not_declared5;
-    std::string not_declared6;
-    std::string not_declared7;
-    int32_t not_declared8;
+private:
+    friend class Library;
+    struct Data {
+        std::string text1, text2, text3, text4, text5, text6, text7;
+        int32_t value = 0;
+    } data_;
 };
 
 class Contact : public not_declared::Record {
 public:
     Contact();
+    /* Copies the six texts into the first six members, engages optionalText
+     * when `optionalText` holds a value, then calls calcVanity(). */
     Contact(const std::string& backend, const std::string& uid, const std::string& text3,
             const std::string& firstName, const std::string& lastName, const std::string& company,
             boost::optional<std::string> optionalText);
@@ -64,6 +69,7 @@ public:
     std::string getUid() const;
     std::string getFirstName() const;
     std::string getLastName() const;
+    /* Fills text3 with the keypad digits of the names when it is empty. */
     void calcVanity();
 
     std::string backend;
@@ -85,16 +91,48 @@ public:
     boost::optional<std::string> optionalText;
 };
 
-/* Of an event its users know only the uid and the JSON form. */
+/* One call-log event. Its users know only its uid and its JSON form. */
 class Event : public not_declared::Record {
 public:
+    Event();
+    Event(const Event& other);
+    Event& operator=(const Event& other);
     ~Event() override;
+
     Json::Value toJson() const override;
     std::string getUid() const;
+
+private:
+    friend class Library;
+    struct Data {
+        std::string uid;
+        std::string backend;
+        int32_t kind = 0;        /* missed 0, incoming 1, outgoing 2 */
+        std::string number;      /* the remote party's number */
+        std::string name;        /* the remote party's name, if known */
+        int64_t timestamp = 0;   /* start, seconds since 1970-01-01 UTC */
+        int32_t duration = 0;    /* seconds */
+    } data_;
 };
 
-/* Opaque to its users. */
+/* A folder of the phonebook (a group of contacts); opaque to its users. */
 class Folder : public not_declared::Record {
+public:
+    Folder();
+    Folder(const Folder& other);
+    Folder& operator=(const Folder& other);
+    ~Folder() override;
+
+    Json::Value toJson() const override;
+
+private:
+    friend class Library;
+    struct Data {
+        std::string backend;
+        std::string uid;
+        std::string name;
+        int32_t count = 0;       /* contacts in the folder */
+    } data_;
 };
 
 }  // namespace Phonebook

@@ -1,9 +1,13 @@
 /*
- * The firmware's system log and debug terminal output (declarations only,
- * see firmware-api/README.md).
+ * The firmware's system log and debug terminal output.
+ *
+ * Log records carry the caller's source file tag, function name and line;
+ * they are written whatever a module's trace levels. The firmware takes the
+ * file and function names as char*. UI_ExpWritef writes printf-style text
+ * to the debug terminal.
  */
-#ifndef FIRMWARE_PLATFORM_LOG_H
-#define FIRMWARE_PLATFORM_LOG_H
+#ifndef PLATFORM_LOG_H
+#define PLATFORM_LOG_H
 
 void LOG_ExpInfo(char* file, char* function, int line, const char* format, ...)
     __attribute__((format(printf, 4, 5)));

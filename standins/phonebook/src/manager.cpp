@@ -6,10 +6,12 @@
  */
 #include "phonebook/manager.h"
 
+#include "phonebook/standin.h"
+
 namespace ZEMBRA {
 namespace Phonebook {
 
-Manager::Manager() : backend_(nullptr) {}
+Manager::Manager() = default;
 
 Manager::~Manager() = default;
 
@@ -25,58 +27,49 @@ SearchBackendInterface* Manager::backend()
     return backend_;
 }
 
-bool Manager::search(boost::shared_ptr<AbstractQueryClient> client, SearchMode)
+void Manager::search(boost::shared_ptr<AbstractQueryClient> client, SearchMode)
 {
     if (!client) {
-        return false;
+        return;
     }
     SearchBackendInterface* b = backend();
     if (!b) {
-        client->backendHasFinished(AbstractQueryClient::ResultNone);
-        return false;
+        client->backendHasFinished(ResultNone);
+        return;
     }
     b->startQuery(client);
-    return true;
 }
 
-bool Manager::addContact(Contact* contact)
+void Manager::addContact(Contact* contact)
 {
     SearchBackendInterface* b = backend();
-    if (!contact || !b) {
-        return false;
+    if (contact && b) {
+        b->addContact(contact);
     }
-    b->addContact(contact);
-    return true;
 }
 
-bool Manager::deleteContact(Contact* contact)
+void Manager::deleteContact(Contact* contact)
 {
     SearchBackendInterface* b = backend();
-    if (!contact || !b) {
-        return false;
+    if (contact && b) {
+        b->deleteContact(contact);
     }
-    b->deleteContact(contact);
-    return true;
 }
 
-bool Manager::addEvent(Event* event)
+void Manager::addEvent(Event* event)
 {
     SearchBackendInterface* b = backend();
-    if (!event || !b) {
-        return false;
+    if (event && b) {
+        b->addEvent(event);
     }
-    b->addEvent(event);
-    return true;
 }
 
-bool Manager::deleteEvent(Event* event)
+void Manager::deleteEvent(Event* event)
 {
     SearchBackendInterface* b = backend();
-    if (!event || !b) {
-        return false;
+    if (event && b) {
+        b->deleteEvent(event);
     }
-    b->deleteEvent(event);
-    return true;
 }
 
 }  // namespace Phonebook

@@ -3,21 +3,10 @@
  */
 #include "phonebook/query.h"
 
+#include "phonebook/standin.h"
+
 namespace ZEMBRA {
 namespace Phonebook {
-
-AbstractQueryClient::AbstractQueryClient()
-    : requestPrimitive(0), bestMatchOnly(false), result(ResultFound), finished(false)
-{
-}
-
-AbstractQueryClient::AbstractQueryClient(const QueryParameters& parameters,
-                                         const std::string& sourceAddress,
-                                         uint32_t requestPrimitive, bool bestMatchOnly)
-    : parameters(parameters), sourceAddress(sourceAddress), requestPrimitive(requestPrimitive),
-      bestMatchOnly(bestMatchOnly), result(ResultFound), finished(false)
-{
-}
 
 AbstractQueryClient::~AbstractQueryClient() = default;
 
@@ -25,12 +14,9 @@ void AbstractQueryClient::addContact(const Contact&, CacheInfo, const std::strin
 
 void AbstractQueryClient::backendHasFinished(QueryResult r)
 {
-    result = r;
-    finished = true;
+    Library::setFinished(*this, r);
     requestFinished();
 }
-
-SearchBackendInterface::SearchBackendInterface() = default;
 
 SearchBackendInterface::~SearchBackendInterface() = default;
 

@@ -4,6 +4,8 @@
  */
 #include "phonebook/records.h"
 
+#include "phonebook/standin.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -74,7 +76,7 @@ Json::Value arrayOf(const std::vector<ContactNumber>& numbers)
 {
     Json::Value out(Json::arrayValue);
     for (const ContactNumber& n : numbers) {
-        out.append(n.toJson());
+        out.append(numberToJson(n));
     }
     return out;
 }
@@ -83,7 +85,7 @@ Json::Value arrayOf(const std::vector<ContactEntry>& entries)
 {
     Json::Value out(Json::arrayValue);
     for (const ContactEntry& e : entries) {
-        out.append(e.toJson());
+        out.append(entryToJson(e));
     }
     return out;
 }
@@ -214,8 +216,9 @@ void read(const Json::Value& json, ContactNumber* n)
 }
 
 template <typename Text>
-void read(const Json::Value& json, ContactEntry* e)
+void read(const Json::Value& json, Library::EntryData* e)
 {
+    using ContactEntry = Library::EntryData;
     static constexpr MemberReader<ContactEntry> readers[] = {
         {"text1", textMember<Text, ContactEntry, &ContactEntry::text1>},
         {"text2", textMember<Text, ContactEntry, &ContactEntry::text2>},
@@ -228,6 +231,12 @@ void read(const Json::Value& json, ContactEntry* e)
     };
     static_assert(inKeyOrder(readers), "readers must come in key order");
     readMembers(json, readers, e);
+}
+
+template <typename Text>
+void read(const Json::Value& json, ContactEntry* e)
+{
+    read<Text>(json, &Library::data(*e));
 }
 
 /* The elements of an array that are objects, each read as a T; anything
@@ -284,8 +293,10 @@ void read(const Json::Value& json, Contact* c)
 }
 
 template <typename Text>
-void read(const Json::Value& json, Event* e)
+void read(const Json::Value& json, Event* event)
 {
+    using Event = Library::EventData;
+    Event* e = &Library::data(*event);
     static constexpr MemberReader<Event> readers[] = {
         {"backend", textMember<Text, Event, &Event::backend>},
         {"duration", int32Member<Event, &Event::duration>},
@@ -300,8 +311,10 @@ void read(const Json::Value& json, Event* e)
 }
 
 template <typename Text>
-void read(const Json::Value& json, Folder* f)
+void read(const Json::Value& json, Folder* folder)
 {
+    using Folder = Library::FolderData;
+    Folder* f = &Library::data(*folder);
     static constexpr MemberReader<Folder> readers[] = {
         {"backend", textMember<Text, Folder, &Folder::backend>},
         {"count", int32Member<Folder, &Folder::count>},
@@ -327,77 +340,61 @@ std::string vanityKey(const std::string& latin1Name)
     return key;
 }
 
+namespace not_declared {
 Record::~Record() = default;
+}
 
 /* ContactNumber */
 
-ContactNumber::ContactNumber() : value1(0), value2(0), value3(0) {}
-
-ContactNumber::ContactNumber(const std::string& text1, const std::string& number,
-                             const std::string& text3, const std::string& text4, int32_t value1,
-                             int32_t value2, int32_t value3)
-    : text1(text1), number(number), text3(text3), text4(text4), value1(value1), value2(value2),
-      value3(value3)
-{
-}
-
-Json::Value ContactNumber::toJson() const
-{
-    Json::Value out(Json::objectValue);
-    out["text1"] = text1;
-    out["number"] = number;
-    out["text3"] = text3;
-    out["text4"] = text4;
-    out["value1"] = value1;
-    out["value2"] = value2;
-    out["value3"] = value3;
-    return out;
-}
-
-ContactNumber ContactNumber::fromJson(const Json::Value& json)
+ContactNumber numberFromJson(const Json::Value& json)
 {
     ContactNumber n;
     read<AsIs>(json, &n);
     return n;
 }
 
-bool ContactNumber::operator==(const ContactNumber& other) const
+Json::Value numberToJson(const ContactNumber& n)
 {
-    return text1 == other.text1 && number == other.number && text3 == other.text3 &&
-           text4 == other.text4 && value1 == other.value1 && value2 == other.value2 &&
-           value3 == other.value3;
+    Json::Value out(Json::objectValue);
+    out["text1"] = n.text1;
+    out["number"] = n.number;
+    out["text3"] = n.text3;
+    out["text4"] = n.text4;
+    out["value1"] = n.value1;
+    out["value2"] = n.value2;
+    out["value3"] = n.value3;
+    return out;
+}
+
+bool operator==(const ContactNumber& a, const ContactNumber& b)
+{
+    return a.text1 == b.text1 && a.number == b.number && a.text3 == b.text3 && a.text4 == b.text4 &&
+           a.value1 == b.value1 && a.value2 == b.value2 && a.value3 == b.value3;
 }
 
 /* ContactEntry */
 
-ContactEntry::ContactEntry() : value(0) {}
-
-Json::Value ContactEntry::toJson() const
+Json::Value entryToJson(const ContactEntry& entry)
 {
+    const Library::EntryData& e = Library::data(entry);
     Json::Value out(Json::objectValue);
-    out["text1"] = text1;
-    out["text2"] = text2;
-    out["text3"] = text3;
-    out["text4"] = text4;
-    out["text5"] = text5;
-    out["text6"] = text6;
-    out["text7"] = text7;
-    out["value"] = value;
+    out["text1"] = e.text1;
+    out["text2"] = e.text2;
+    out["text3"] = e.text3;
+    out["text4"] = e.text4;
+    out["text5"] = e.text5;
+    out["text6"] = e.text6;
+    out["text7"] = e.text7;
+    out["value"] = e.value;
     return out;
 }
 
-ContactEntry ContactEntry::fromJson(const Json::Value& json)
+bool operator==(const ContactEntry& entryA, const ContactEntry& entryB)
 {
-    ContactEntry e;
-    read<AsIs>(json, &e);
-    return e;
-}
-
-bool ContactEntry::operator==(const ContactEntry& other) const
-{
-    return text1 == other.text1 && text2 == other.text2 && text3 == other.text3 &&
-           text4 == other.text4 && text5 == other.text5 && text6 == other.text6 &&
-           text7 == other.text7 && value == other.value;
+    const Library::EntryData& a = Library::data(entryA);
+    const Library::EntryData& b = Library::data(entryB);
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
+           a.text5 == b.text5 && a.text6 == b.text6 && a.text7 == b.text7 && a.value == b.value;
 }
 
 /* Contact */
@@ -406,14 +403,31 @@ Contact::Contact() = default;
 
 Contact::Contact(const std::string& backend, const std::string& uid, const std::string& text3,
                  const std::string& firstName, const std::string& lastName,
-                 const std::string& company, const boost::optional<std::string>& optional)
+                 const std::string& company, boost::optional<std::string> optionalText)
     : backend(backend), uid(uid), text3(text3), firstName(firstName), lastName(lastName),
-      company(company), optionalText(optional)
+      company(company), optionalText(std::move(optionalText))
 {
     calcVanity();
 }
 
+Contact::Contact(const Contact& other) = default;
+Contact& Contact::operator=(const Contact& other) = default;
 Contact::~Contact() = default;
+
+std::string Contact::getUid() const
+{
+    return uid;
+}
+
+std::string Contact::getFirstName() const
+{
+    return firstName;
+}
+
+std::string Contact::getLastName() const
+{
+    return lastName;
+}
 
 void Contact::calcVanity()
 {
@@ -454,99 +468,106 @@ Json::Value Contact::toJson() const
     return out;
 }
 
-Contact Contact::fromJson(const Json::Value& json)
+Contact contactFromJson(const Json::Value& json)
 {
     Contact c;
     read<AsIs>(json, &c);
     return c;
 }
 
-bool Contact::operator==(const Contact& other) const
+bool operator==(const Contact& a, const Contact& b)
 {
-    return backend == other.backend && uid == other.uid && text3 == other.text3 &&
-           firstName == other.firstName && lastName == other.lastName &&
-           company == other.company && text7 == other.text7 && numbers == other.numbers &&
-           extraText1 == other.extraText1 && extraText2 == other.extraText2 &&
-           extraText3 == other.extraText3 && extraText4 == other.extraText4 &&
-           extraText5 == other.extraText5 && extraText6 == other.extraText6 &&
-           extraText7 == other.extraText7 && entries == other.entries &&
-           optionalText == other.optionalText;
+    return a.backend == b.backend && a.uid == b.uid && a.text3 == b.text3 && a.firstName == b.firstName &&
+           a.lastName == b.lastName && a.company == b.company && a.text7 == b.text7 && a.numbers == b.numbers &&
+           a.extraText1 == b.extraText1 && a.extraText2 == b.extraText2 && a.extraText3 == b.extraText3 &&
+           a.extraText4 == b.extraText4 && a.extraText5 == b.extraText5 && a.extraText6 == b.extraText6 &&
+           a.extraText7 == b.extraText7 && a.entries == b.entries && a.optionalText == b.optionalText;
 }
 
 /* Event */
 
-Event::Event() : kind(Missed), timestamp(0), duration(0) {}
-
-Event::Event(const std::string& backend, const std::string& uid, int32_t kind,
-             const std::string& number, const std::string& name, int64_t timestamp,
-             int32_t duration)
-    : uid(uid), backend(backend), kind(kind), number(number), name(name), timestamp(timestamp),
-      duration(duration)
-{
-}
-
+Event::Event() = default;
+Event::Event(const Event& other) = default;
+Event& Event::operator=(const Event& other) = default;
 Event::~Event() = default;
+
+std::string Event::getUid() const
+{
+    return data_.uid;
+}
 
 Json::Value Event::toJson() const
 {
     Json::Value out(Json::objectValue);
-    out["backend"] = backend;
-    out["uid"] = uid;
-    out["kind"] = kind;
-    out["number"] = number;
-    out["name"] = name;
-    out["timestamp"] = static_cast<Json::Int64>(timestamp);
-    out["duration"] = duration;
+    out["backend"] = data_.backend;
+    out["uid"] = data_.uid;
+    out["kind"] = data_.kind;
+    out["number"] = data_.number;
+    out["name"] = data_.name;
+    out["timestamp"] = static_cast<Json::Int64>(data_.timestamp);
+    out["duration"] = data_.duration;
     return out;
 }
 
-Event Event::fromJson(const Json::Value& json)
+Event makeEvent(const std::string& backend, const std::string& uid, int32_t kind, const std::string& number,
+                const std::string& name, int64_t timestamp, int32_t duration)
+{
+    Event e;
+    Library::data(e) = {uid, backend, kind, number, name, timestamp, duration};
+    return e;
+}
+
+Event eventFromJson(const Json::Value& json)
 {
     Event e;
     read<AsIs>(json, &e);
     return e;
 }
 
-bool Event::operator==(const Event& other) const
+bool operator==(const Event& eventA, const Event& eventB)
 {
-    return backend == other.backend && uid == other.uid && kind == other.kind &&
-           number == other.number && name == other.name && timestamp == other.timestamp &&
-           duration == other.duration;
+    const Library::EventData& a = Library::data(eventA);
+    const Library::EventData& b = Library::data(eventB);
+    return a.backend == b.backend && a.uid == b.uid && a.kind == b.kind && a.number == b.number &&
+           a.name == b.name && a.timestamp == b.timestamp && a.duration == b.duration;
 }
 
 /* Folder */
 
-Folder::Folder() : count(0) {}
-
-Folder::Folder(const std::string& backend, const std::string& uid, const std::string& name,
-               int32_t count)
-    : backend(backend), uid(uid), name(name), count(count)
-{
-}
-
+Folder::Folder() = default;
+Folder::Folder(const Folder& other) = default;
+Folder& Folder::operator=(const Folder& other) = default;
 Folder::~Folder() = default;
 
 Json::Value Folder::toJson() const
 {
     Json::Value out(Json::objectValue);
-    out["backend"] = backend;
-    out["uid"] = uid;
-    out["name"] = name;
-    out["count"] = count;
+    out["backend"] = data_.backend;
+    out["uid"] = data_.uid;
+    out["name"] = data_.name;
+    out["count"] = data_.count;
     return out;
 }
 
-Folder Folder::fromJson(const Json::Value& json)
+Folder makeFolder(const std::string& backend, const std::string& uid, const std::string& name, int32_t count)
+{
+    Folder f;
+    Library::data(f) = {backend, uid, name, count};
+    return f;
+}
+
+Folder folderFromJson(const Json::Value& json)
 {
     Folder f;
     read<AsIs>(json, &f);
     return f;
 }
 
-bool Folder::operator==(const Folder& other) const
+bool operator==(const Folder& folderA, const Folder& folderB)
 {
-    return backend == other.backend && uid == other.uid && name == other.name &&
-           count == other.count;
+    const Library::FolderData& a = Library::data(folderA);
+    const Library::FolderData& b = Library::data(folderB);
+    return a.backend == b.backend && a.uid == b.uid && a.name == b.name && a.count == b.count;
 }
 
 namespace detail {

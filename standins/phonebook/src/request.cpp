@@ -6,6 +6,8 @@
  */
 #include "phonebook/request.h"
 
+#include "phonebook/standin.h"
+
 #include <boost/make_shared.hpp>
 
 #include "jsonread.h"
@@ -110,6 +112,21 @@ bool readParams(const Json::Value& json, RequestParams* out, std::string* error)
     return true;
 }
 
+std::string& backendOf(Contact& c)
+{
+    return c.backend;
+}
+
+std::string& backendOf(Event& e)
+{
+    return Library::data(e).backend;
+}
+
+std::string& backendOf(Folder& f)
+{
+    return Library::data(f).backend;
+}
+
 /* Each item is read straight from the UTF-8 tree (wire.h) into its
  * record, which is made in place: no converted copy of the item, no copy
  * of the record. */
@@ -124,7 +141,7 @@ void readItems(const Json::Value& items, const std::string& backendId,
         }
         boost::shared_ptr<T> record = boost::make_shared<T>();
         detail::readWire(element, record.get());
-        record->backend = backendId;
+        backendOf(*record) = backendId;
         out->push_back(std::move(record));
     }
 }
@@ -151,7 +168,7 @@ Json::Value Request::toJson() const
     return out;
 }
 
-bool Request::fromJson(const Json::Value& json, Request& out, std::string* error)
+bool requestFromJson(const Json::Value& json, Request& out, std::string* error)
 {
     if (!json.isObject()) {
         return fail(error, "request is not a JSON object");
@@ -182,8 +199,6 @@ bool Request::fromJson(const Json::Value& json, Request& out, std::string* error
 
 /* Response */
 
-Response::Response() : queryId(0), type(-1), total(0) {}
-
 Response Response::fromJson(const Json::Value& json, const std::string& backendId)
 {
     Response r;
@@ -199,7 +214,7 @@ Response Response::fromJson(const Json::Value& json, const std::string& backendI
     }
     r.queryId = queryId.asUInt();
     r.type = isWholeNumber(type) && type.isInt() ? type.asInt() : -1;
-    r.message = utf8ToLatin1(readString(json, "message"));
+    Library::message(r) = utf8ToLatin1(readString(json, "message"));
     r.total = readInt32(json, "total");
 
     const Json::Value& items = member(json, "items");
@@ -227,18 +242,18 @@ Response Response::fromJson(const Json::Value& json, const std::string& backendI
     return r;
 }
 
-Json::Value Response::toJson() const
+Json::Value responseToJson(const Response& response)
 {
     /* Each text is converted as it goes in, and each item's tree in place,
      * which gives the tree that converting the finished tree would, without
      * copying it. */
     Json::Value out(Json::objectValue);
-    out["queryId"] = static_cast<Json::UInt>(queryId);
-    out["type"] = type;
-    out["message"] = latin1ToUtf8(message);
-    out["total"] = total;
+    out["queryId"] = static_cast<Json::UInt>(response.queryId);
+    out["type"] = response.type;
+    out["message"] = latin1ToUtf8(Library::message(response));
+    out["total"] = response.total;
     Json::Value& list = out["items"] = Json::Value(Json::arrayValue);
-    for (const boost::shared_ptr<Record>& item : items) {
+    for (const boost::shared_ptr<Record>& item : response.items) {
         if (item) {
             Json::Value json = item->toJson();
             if (!latin1ToUtf8InPlace(&json)) {

@@ -94,46 +94,58 @@ int CManMessage::Create(unsigned int primitive, unsigned int flags, int size)
     return MAN_OK;
 }
 
-bool CManMessage::grow(std::size_t n)
+bool Platform::fits(const CManMessage& msg, std::size_t n)
 {
-    return created_ && n <= MAN_MAX_MSG - len_;
+    return msg.created_ && n <= MAN_MAX_MSG - msg.len_;
 }
 
-int CManMessage::addU32(unsigned int value)
+int Platform::addU32(CManMessage& msg, unsigned int value)
 {
-    if (!created_)
+    if (!msg.created_)
         return MAN_E_STATE;
-    if (!grow(U32_FIELD))
+    if (!fits(msg, U32_FIELD))
         return MAN_E_SIZE;
     try {
-        out_.push_back(MAN_TAG_U32);
-        appendBe32(out_, value);
+        msg.out_.push_back(MAN_TAG_U32);
+        appendBe32(msg.out_, value);
     } catch (const std::bad_alloc&) {
-        out_.resize(len_);
+        msg.out_.resize(msg.len_);
         return MAN_E_NOMEM;
     }
-    data_ = out_.data();
-    len_ = out_.size();
+    msg.data_ = msg.out_.data();
+    msg.len_ = msg.out_.size();
     return MAN_OK;
 }
 
-int CManMessage::addString(const std::string& value)
+int Platform::addString(CManMessage& msg, const std::string& value)
 {
-    if (!created_)
+    if (!msg.created_)
         return MAN_E_STATE;
-    if (value.size() > MAN_MAX_MSG || !grow(STRING_HEAD + value.size()))
+    if (value.size() > MAN_MAX_MSG || !fits(msg, STRING_HEAD + value.size()))
         return MAN_E_SIZE;
     try {
-        out_.push_back(MAN_TAG_STRING);
-        appendBe32(out_, static_cast<uint32_t>(value.size()));
-        out_.insert(out_.end(), value.begin(), value.end());
+        msg.out_.push_back(MAN_TAG_STRING);
+        appendBe32(msg.out_, static_cast<uint32_t>(value.size()));
+        msg.out_.insert(msg.out_.end(), value.begin(), value.end());
     } catch (const std::bad_alloc&) {
-        out_.resize(len_);
+        msg.out_.resize(msg.len_);
         return MAN_E_NOMEM;
     }
-    data_ = out_.data();
-    len_ = out_.size();
+    msg.data_ = msg.out_.data();
+    msg.len_ = msg.out_.size();
     return MAN_OK;
+}
+
+/* The firmware's adders report nothing; a field that does not fit is left
+ * out, and the receiver reads "" or 0 in its place. */
+void CManMessage::addU32(unsigned int value)
+{
+    Platform::addU32(*this, value);
+}
+
+void CManMessage::addString(const std::string& value)
+{
+    Platform::addString(*this, value);
 }
 
 int CManMessage::Assign(void* raw)

@@ -51,8 +51,8 @@ std::string vformat(const char* format, va_list args)
 rec::Message decode(const CManMessage& msg)
 {
     rec::Message m;
-    const unsigned char* p = msg.data();
-    std::size_t n = msg.length();
+    const unsigned char* p = Platform::data(msg);
+    std::size_t n = Platform::length(msg);
     if (p == nullptr)
         return m;
     m.bytes.assign(p, p + n);
@@ -286,7 +286,7 @@ std::size_t pendingTimers()
 
 /* Platform calls. */
 
-int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
 {
     Guard guard(recLock);
     rec::IpcSend s{decode(msg), source == nullptr, source ? source : "", destination ? destination : ""};
@@ -295,7 +295,7 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
     return 0;
 }
 
-int CManIO::SendLocal(CManMessage& msg, int taskNo)
+int PLT_SendLocal(CManMessage& msg, int taskNo)
 {
     Guard guard(recLock);
     rec::recorder().calls.push_back("local " + std::to_string(taskNo));
@@ -303,7 +303,7 @@ int CManIO::SendLocal(CManMessage& msg, int taskNo)
     return 0;
 }
 
-int CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
 {
     Guard guard(recLock);
     rec::recorder().calls.push_back("timer " + std::to_string(taskNo) + " " + std::to_string(time));
@@ -378,7 +378,7 @@ void LOG_ExpError(const char* file, const char* function, int line, const char* 
     REC_LOG_BODY(1);
 }
 
-int UI_ExpWritef(const char* format, ...)
+void UI_ExpWritef(const char* format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -387,7 +387,6 @@ int UI_ExpWritef(const char* format, ...)
     Guard guard(recLock);
     rec::recorder().terminal.push_back(text);
     rec::recorder().calls.push_back("ui " + text);
-    return static_cast<int>(text.size());
 }
 
 int DTM_ExpRegister(const char* name, const char* title, DTM_Interpreter interpreter)
@@ -409,10 +408,25 @@ void plt::noteCreate(unsigned int primitive, unsigned int flags, int size)
     rec::recorder().calls.push_back(text);
 }
 
-int DTM_ExpReturn()
+void DTM_ExpReturn()
 {
     Guard guard(recLock);
     rec::recorder().dtmReturns++;
     rec::recorder().calls.push_back("return");
-    return 0;
+}
+
+/* The firmware's sends report nothing. */
+void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+{
+    PLT_SendIpc(msg, source, destination);
+}
+
+void CManIO::SendLocal(CManMessage& msg, int taskNo)
+{
+    PLT_SendLocal(msg, taskNo);
+}
+
+void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+{
+    PLT_TimerLocal(msg, taskNo, time);
 }

@@ -71,6 +71,8 @@ void plt::noteCreate(unsigned int, unsigned int, int)
 }
 
 #define PLT_LOG_ERROR(...) LOG_ExpError("platform", __func__, __LINE__, __VA_ARGS__)
+/* The sends log under the firmware's names of the calls. */
+#define PLT_LOG_ERROR_IN(function, ...) LOG_ExpError("platform", function, __LINE__, __VA_ARGS__)
 
 namespace {
 
@@ -706,7 +708,7 @@ TaskPtr taskByIndex(int taskNo)
 
 bool hasBytes(const CManMessage& msg)
 {
-    return msg.data() != nullptr && msg.length() >= 4;
+    return Platform::data(msg) != nullptr && Platform::length(msg) >= 4;
 }
 
 /* Nothing thrown on a task thread may end the process: a handler that
@@ -840,12 +842,12 @@ void MAN_ExpPFree(void* raw)
 
 /* ---- sending and timers ---- */
 
-int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
 {
     if (!hasBytes(msg))
         return MAN_E_STATE;
     if (!validAddress(destination) && !validInstance(destination)) {
-        PLT_LOG_ERROR("invalid IPC address %s", destination ? destination : "(null)");
+        PLT_LOG_ERROR_IN("SendIpc", "invalid IPC address %s", destination ? destination : "(null)");
         return MAN_E_NOTASK;
     }
     std::shared_ptr<Socket> sock;
@@ -860,18 +862,18 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
         path = g_ipcDir + "/" + destination;
     }
     if (!sock) {
-        PLT_LOG_ERROR("no task to send from to %s", destination);
+        PLT_LOG_ERROR_IN("SendIpc", "no task to send from to %s", destination);
         return MAN_E_NOTASK;
     }
     sockaddr_un sa;
     if (!makeSockaddr(path, sa)) {
-        PLT_LOG_ERROR("IPC path for %s too long", destination);
+        PLT_LOG_ERROR_IN("SendIpc", "IPC path for %s too long", destination);
         return MAN_E_NOTASK;
     }
     ssize_t n;
     const int flags = g_sendBlocking.load() ? 0 : MSG_DONTWAIT;
     do {
-        n = ::sendto(sock->fd, msg.data(), msg.length(), flags, reinterpret_cast<sockaddr*>(&sa),
+        n = ::sendto(sock->fd, Platform::data(msg), Platform::length(msg), flags, reinterpret_cast<sockaddr*>(&sa),
                      sizeof sa);
     } while (n < 0 && errno == EINTR);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
@@ -879,19 +881,19 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
         if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)
             g_dropped.clear();
         if (g_dropped[destination]++ == 0)
-            PLT_LOG_ERROR("send to %s dropped: its queue is full (further drops are counted)", destination);
+            PLT_LOG_ERROR_IN("SendIpc", "send to %s dropped: its queue is full (further drops are counted)", destination);
         g_anyDropped.store(true);
         return MAN_E_IO;
     }
     if (n < 0) {
-        PLT_LOG_ERROR("send to %s failed: %s", destination, std::strerror(errno));
+        PLT_LOG_ERROR_IN("SendIpc", "send to %s failed: %s", destination, std::strerror(errno));
         return MAN_E_IO;
     }
     if (g_anyDropped.load()) {
         std::lock_guard<std::mutex> lock(g_dropMu);
         auto it = g_dropped.find(destination);
         if (it != g_dropped.end()) {
-            PLT_LOG_ERROR("send to %s: %lu messages dropped while its queue was full", destination, it->second);
+            PLT_LOG_ERROR_IN("SendIpc", "send to %s: %lu messages dropped while its queue was full", destination, it->second);
             g_dropped.erase(it);
         }
         g_anyDropped.store(!g_dropped.empty());
@@ -899,14 +901,14 @@ int CManIO::SendIpc(CManMessage& msg, const char* source, const char* destinatio
     return MAN_OK;
 }
 
-int CManIO::SendLocal(CManMessage& msg, int taskNo)
+int PLT_SendLocal(CManMessage& msg, int taskNo)
 {
     if (!hasBytes(msg))
         return MAN_E_STATE;
     TaskPtr task = taskByIndex(taskNo);
     if (!task)
         return MAN_E_NOTASK;
-    RawPtr raw = makeRaw(msg.data(), msg.length());
+    RawPtr raw = makeRaw(Platform::data(msg), Platform::length(msg));
     if (!raw)
         return MAN_E_NOMEM;
     try {
@@ -917,14 +919,14 @@ int CManIO::SendLocal(CManMessage& msg, int taskNo)
     return MAN_OK;
 }
 
-int CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
 {
     if (!hasBytes(msg))
         return MAN_E_STATE;
     TaskPtr task = taskByIndex(taskNo);
     if (!task)
         return MAN_E_NOTASK;
-    RawPtr raw = makeRaw(msg.data(), msg.length());
+    RawPtr raw = makeRaw(Platform::data(msg), Platform::length(msg));
     if (!raw)
         return MAN_E_NOMEM;
     auto due = std::chrono::steady_clock::now() +
@@ -1092,14 +1094,13 @@ void LOG_ExpError(const char* file, const char* function, int line, const char* 
     PLT_LOG_BODY(PLT_LOG_ERROR);
 }
 
-int UI_ExpWritef(const char* format, ...)
+void UI_ExpWritef(const char* format, ...)
 {
     va_list ap;
     va_start(ap, format);
     std::string text = vformat(format, ap);
     va_end(ap);
     emitTerminal(text);
-    return static_cast<int>(text.size());
 }
 
 void PLT_SetLogSink(PLT_LogSink sink)
@@ -1131,11 +1132,10 @@ int DTM_ExpRegister(const char* name, const char* title, DTM_Interpreter interpr
     return MAN_OK;
 }
 
-int DTM_ExpReturn()
+void DTM_ExpReturn()
 {
     std::lock_guard<std::mutex> lock(g_termMu);
     g_current.clear();
-    return MAN_OK;
 }
 
 int PLT_TerminalLine(const char* line)
@@ -1176,4 +1176,20 @@ std::string PLT_CurrentConsole()
 {
     std::lock_guard<std::mutex> lock(g_termMu);
     return g_current;
+}
+
+/* The firmware's sends report nothing. */
+void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+{
+    PLT_SendIpc(msg, source, destination);
+}
+
+void CManIO::SendLocal(CManMessage& msg, int taskNo)
+{
+    PLT_SendLocal(msg, taskNo);
+}
+
+void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+{
+    PLT_TimerLocal(msg, taskNo, time);
 }

@@ -1,18 +1,22 @@
 /*
  * Stand-in extras: ours, not part of the firmware.
  *
- * The firmware's own headers (log.h, manmsg.h, mantask.h, dtm.h) declare
- * only what the firmware provides. What our platform adds for the host, the
- * daemon, the tests and its own code is here: result codes, limits, wire
- * tags, event and primitive names, callback typedefs, and log calls that take
- * constant names. The module uses none of it (scripts/ci-declared.sh checks).
+ * The firmware's headers (firmware-api/include/platform/) declare only what
+ * the firmware provides. What our platform adds for the host, the daemon,
+ * the tests and its own code is here: result codes, limits, wire tags, event
+ * and primitive names, callback typedefs, the sends and adders with their
+ * result codes, a message's bytes, and log calls that take constant names.
+ * The module cannot see this header: its only include path of ours is
+ * firmware-api/include.
  */
 #ifndef PLATFORM_STANDIN_H
 #define PLATFORM_STANDIN_H
 
 #include <cstddef>
+#include <string>
 
 #include "platform/attrs.h"
+#include "platform/manmsg.h"
 
 /* Result codes of our platform's calls (0 is success). */
 enum {
@@ -50,5 +54,29 @@ PLT_API void LOG_ExpInfo(const char* file, const char* function, int line, const
     PLT_PRINTF(4, 5);
 PLT_API void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
     PLT_PRINTF(4, 5);
+
+/* The platform's own view of a message: the friend that CManMessage names. */
+class PLT_API Platform {
+public:
+    /* The message bytes (primitive first) of an assigned or created message. */
+    static const unsigned char* data(const CManMessage& msg) { return msg.data_; }
+    static std::size_t length(const CManMessage& msg) { return msg.len_; }
+    /* A read failed since Assign (past the end, or a field of another type). */
+    static bool readFailed(const CManMessage& msg) { return msg.readError_; }
+
+    /* The adders with their result: 0, MAN_E_STATE before Create,
+     * MAN_E_SIZE when the field would not fit, MAN_E_NOMEM. */
+    static int addU32(CManMessage& msg, unsigned int value);
+    static int addString(CManMessage& msg, const std::string& value);
+
+private:
+    static bool fits(const CManMessage& msg, std::size_t n);
+};
+
+/* The sends with their result: 0 or a MAN_E_ code. The firmware's CManIO
+ * calls are these without the result. */
+PLT_API int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination);
+PLT_API int PLT_SendLocal(CManMessage& msg, int taskNo);
+PLT_API int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time);
 
 #endif
