@@ -3,8 +3,8 @@
 # the C and C++ runtime and jsoncpp. It lists the symbols it leaves to the process that loads it and fails
 # on any that the firmware's headers (firmware-api/include) do not declare.
 # Allowed besides: the C and C++ runtime (versioned symbols of glibc,
-# libstdc++, libgcc; a sanitizer's in an instrumented build), jsoncpp
-# (Json::) and Boost (boost::), and weak references the toolchain adds.
+# libstdc++, libgcc), jsoncpp (Json::) and Boost (boost::), and weak
+# references the toolchain adds.
 #
 #   bash scripts/check-plugin.sh MODULE.so
 set -euo pipefail
@@ -16,7 +16,6 @@ bad=0
 while read -r needed; do
   case $needed in
     libc.so.*|libm.so.*|libstdc++.so.*|libgcc_s.so.*|ld-linux*.so.*|libjsoncpp.so.*) ;;
-    libasan.so.*|libubsan.so.*|libtsan.so.*) ;;   # the runtime of a sanitizer build
     *) echo "$module: needs $needed, which no firmware provides" >&2; bad=1 ;;
   esac
 done < <(readelf -d "$module" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
@@ -41,7 +40,6 @@ for s in "${symbols[@]}"; do
   name=$(sed -e 's/\[abi:[a-z0-9]*\]//g' -e ':a; s/<[^<>]*>//g; ta' <<<"$name")
   case $name in
     Json::*|boost::*) continue ;;
-    __asan_*|__ubsan_*|__tsan_*|__lsan_*|__sanitizer_*) continue ;;
   esac
   undeclared=""
   IFS=: read -ra parts <<<"${name//::/:}"
