@@ -2,7 +2,8 @@
  * The working platform's log and terminal output. Records go to the sink a
  * program set or else as one line each to standard error, with control
  * bytes escaped; terminal text goes to its sink or to standard output as
- * it is.
+ * it is. The texts are formatted by the code all builds share
+ * (logformat.cpp).
  */
 #include <cstdarg>
 #include <cstdio>
@@ -16,25 +17,6 @@ namespace {
 std::mutex g_sinkMu;
 PLT_LogSink g_logSink = nullptr;
 PLT_TerminalSink g_termSink = nullptr;
-
-std::string vformat(const char* format, va_list ap)
-{
-    if (format == nullptr)
-        return std::string();
-    char small[256];
-    va_list copy;
-    va_copy(copy, ap);
-    int n = std::vsnprintf(small, sizeof small, format, copy);
-    va_end(copy);
-    if (n < 0)
-        return "(bad format)";
-    if (static_cast<std::size_t>(n) < sizeof small)
-        return std::string(small, static_cast<std::size_t>(n));
-    std::string big(static_cast<std::size_t>(n) + 1, '\0');
-    std::vsnprintf(&big[0], big.size(), format, ap);
-    big.resize(static_cast<std::size_t>(n));
-    return big;
-}
 
 /* Length of the well-formed UTF-8 sequence of 2 to 4 bytes at `p`, 0 when
  * there is none. */
@@ -107,41 +89,14 @@ void emitTerminal(const std::string& bytes)
 
 }  // namespace
 
-/* The firmware's char* forms and our const forms write the same records. */
-#define PLT_LOG_BODY(level)                          \
-    va_list ap;                                      \
-    va_start(ap, format);                            \
-    std::string text = vformat(format, ap);          \
-    va_end(ap);                                      \
-    emitLog(level, file, function, line, std::move(text))
-
-void LOG_ExpInfo(char* file, char* function, int line, const char* format, ...)
+void plt::writeLog(int level, const char* file, const char* function, int line, const char* format, va_list ap)
 {
-    PLT_LOG_BODY(PLT_LOG_INFO);
+    emitLog(level, file, function, line, plt::formatText(format, ap));
 }
 
-void LOG_ExpError(char* file, char* function, int line, const char* format, ...)
+void plt::writeTerminal(const char* format, va_list ap)
 {
-    PLT_LOG_BODY(PLT_LOG_ERROR);
-}
-
-void LOG_ExpInfo(const char* file, const char* function, int line, const char* format, ...)
-{
-    PLT_LOG_BODY(PLT_LOG_INFO);
-}
-
-void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
-{
-    PLT_LOG_BODY(PLT_LOG_ERROR);
-}
-
-void UI_ExpWritef(const char* format, ...)
-{
-    va_list ap;
-    va_start(ap, format);
-    std::string text = vformat(format, ap);
-    va_end(ap);
-    emitTerminal(text);
+    emitTerminal(plt::formatText(format, ap));
 }
 
 void PLT_SetLogSink(PLT_LogSink sink)
