@@ -49,6 +49,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "capture_hooks.h"
 #include "internal.h"
 #include "platform/dtm.h"
 #include "platform/log.h"
@@ -554,13 +555,16 @@ void datagramHandled(Task& task, std::size_t length)
 
 /* Runs on the task's thread. The dispatcher owns the raw message: the
  * callback only marks it released, so it is freed exactly once. */
-void deliver(Task& task, RawPtr raw, bool fromSocket = false)
+void deliver(Task& task, RawPtr raw, bool fromSocket = false, bool timer = false)
 {
     const unsigned char* b = raw->bytes();
     unsigned int primitive = (static_cast<unsigned int>(b[0]) << 24) |
                              (static_cast<unsigned int>(b[1]) << 16) |
                              (static_cast<unsigned int>(b[2]) << 8) | b[3];
     const std::size_t length = raw->length;
+    if (plt::captureOn())
+        plt::captureDelivered(fromSocket ? capture::Kind::Received : timer ? capture::Kind::Timer : capture::Kind::Local,
+                              raw->source, task.path, b, length);
     t_delivering = raw.get();
     t_released = false;
     bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, plt::rawHandle(raw.get()));
@@ -631,6 +635,8 @@ void receiveFrom(Reader& r, Task& task, int limit)
         }
         std::size_t len = static_cast<std::size_t>(n);
         if (len > MAN_MAX_MSG || len < 4) {
+            if (plt::captureOn())
+                plt::captureDropped(peerName(from, fromLen), task.path, r.buf.data(), len);
             PLT_LOG_ERROR("datagram for %s from %s %s, dropped", task.name.c_str(),
                           peerName(from, fromLen).c_str(),
                           len < 4 ? "shorter than 4 bytes" : "longer than 65536 bytes");
@@ -639,6 +645,8 @@ void receiveFrom(Reader& r, Task& task, int limit)
         RawPtr raw = makeRaw(r.buf.data(), len);
         CManMessage check;
         if (!raw || check.Assign(plt::rawHandle(raw.get())) != MAN_OK) {
+            if (plt::captureOn())
+                plt::captureDropped(peerName(from, fromLen), task.path, r.buf.data(), len);
             PLT_LOG_ERROR("datagram for %s from %s (%lu bytes) %s, dropped", task.name.c_str(),
                           peerName(from, fromLen).c_str(), static_cast<unsigned long>(len),
                           raw ? "malformed" : "out of memory");
@@ -876,6 +884,8 @@ int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
         n = ::sendto(sock->fd, Platform::data(msg), Platform::length(msg), flags, reinterpret_cast<sockaddr*>(&sa),
                      sizeof sa);
     } while (n < 0 && errno == EINTR);
+    if (plt::captureOn())
+        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), n < 0 ? errno : 0);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         std::lock_guard<std::mutex> lock(g_dropMu);
         if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)
@@ -938,7 +948,7 @@ int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
             auto timer = std::make_shared<asio::steady_timer>(t->io, due);
             timer->async_wait([t, timer, r = std::move(r)](const boost::system::error_code& ec) mutable {
                 if (!ec)
-                    deliver(*t, std::move(r));
+                    deliver(*t, std::move(r), false, true);
             });
         });
     } catch (const std::bad_alloc&) {
