@@ -140,6 +140,7 @@ bool replay(const capture::Record& r, Terminal& terminal, std::string& why)
         return task < 0 || deliver(task, r.payload, why);
     }
     case capture::Kind::Sent:
+    case capture::Kind::SendFailed:
     case capture::Kind::Dropped:
         return true;
     }

@@ -112,7 +112,8 @@ void plt::captureSent(int fd, const char* destination, const unsigned char* byte
     std::string source;
     if (::getsockname(fd, reinterpret_cast<sockaddr*>(&self), &size) == 0 && size > offsetof(sockaddr_un, sun_path))
         source = fileName(std::string(self.sun_path, strnlen(self.sun_path, sizeof self.sun_path)));
-    capture::Record r = record(capture::Kind::Sent, std::move(source), destination, bytes, length);
+    capture::Record r = record(error == 0 ? capture::Kind::Sent : capture::Kind::SendFailed, std::move(source),
+                               destination, bytes, length);
     r.status = static_cast<uint16_t>(error);
     write(r);
     errno = saved;
@@ -127,7 +128,9 @@ void plt::captureDelivered(capture::Kind kind, const char* source, const std::st
 void plt::captureDropped(const std::string& sourcePath, const std::string& taskPath, const unsigned char* bytes,
                          std::size_t length)
 {
-    write(record(capture::Kind::Dropped, fileName(sourcePath), fileName(taskPath), bytes, length));
+    /* An unbound sender has no address ("(unbound)" in the log). */
+    const std::string source = sourcePath.find('/') == std::string::npos ? std::string() : fileName(sourcePath);
+    write(record(capture::Kind::Dropped, source, fileName(taskPath), bytes, length));
 }
 
 int PLT_CaptureStart(const std::string& path, unsigned long long limit)

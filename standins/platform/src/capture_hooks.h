@@ -22,7 +22,9 @@ inline bool captureOn()
 }
 
 /* A datagram sent from the socket `fd` (its bound path is the source) to
- * the address `destination`; `error` 0 or the send's errno. */
+ * the address `destination`: with `error` 0 just before the send, so that
+ * it comes before any answer in the file; with the send's errno after a
+ * send that failed. */
 void captureSent(int fd, const char* destination, const unsigned char* bytes, std::size_t length, int error);
 
 /* A message handed to the task whose socket is bound at `taskPath`: from

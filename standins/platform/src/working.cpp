@@ -880,12 +880,14 @@ int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
     }
     ssize_t n;
     const int flags = g_sendBlocking.load() ? 0 : MSG_DONTWAIT;
+    if (plt::captureOn())
+        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), 0);
     do {
         n = ::sendto(sock->fd, Platform::data(msg), Platform::length(msg), flags, reinterpret_cast<sockaddr*>(&sa),
                      sizeof sa);
     } while (n < 0 && errno == EINTR);
-    if (plt::captureOn())
-        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), n < 0 ? errno : 0);
+    if (n < 0 && plt::captureOn())
+        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), errno);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         std::lock_guard<std::mutex> lock(g_dropMu);
         if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)

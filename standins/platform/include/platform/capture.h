@@ -41,14 +41,15 @@ constexpr std::size_t MAX_PAYLOAD = MAN_MAX_MSG + 1;
 constexpr std::size_t MAX_RECORD = HEADER + 2 * MAX_ADDRESS + MAX_PAYLOAD;
 
 enum class Kind : uint8_t {
-    Sent = 1,      /* a datagram this process sent; status: 0 or the errno of the failed send */
+    Sent = 1,      /* a datagram this process is sending, written before the send */
     Received = 2,  /* a datagram handed to a task */
     Local = 3,     /* a local message handed to a task (SendLocal) */
     Timer = 4,     /* a timer's message handed to a task */
     Console = 5,   /* a line given to the debug terminal; destination: the console it was in */
     Dropped = 6,   /* a datagram the platform refused (too short, too long, malformed) */
+    SendFailed = 7,  /* the send of the Sent record before failed; status: its errno */
 };
-constexpr uint8_t LAST_KIND = 6;
+constexpr uint8_t LAST_KIND = 7;
 
 /* Status of a console record whose line was longer than MAX_PAYLOAD. */
 constexpr uint16_t STATUS_CUT = 1;
