@@ -21,7 +21,6 @@
 #include "platform/log.h"
 #include "platform/runtime.h"
 
-#define CAPTURE_LOG_ERROR(...) LOG_ExpError("platform", __func__, __LINE__, __VA_ARGS__)
 
 std::atomic<bool> plt::g_captureOn{false};
 
@@ -66,7 +65,8 @@ void write(const capture::Record& record)
         return;
     if (w.written + RECORD_HEADER + bytes.size() > w.limit) {
         w.full = true;
-        CAPTURE_LOG_ERROR("capture %s: limit of %llu bytes reached, no further records", w.path.c_str(), w.limit);
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: limit of %llu bytes reached, no further records",
+                     w.path.c_str(), w.limit);
         return;
     }
     timeval now;
@@ -78,7 +78,8 @@ void write(const capture::Record& record)
     pcap_dump(reinterpret_cast<u_char*>(w.dumper), &header, reinterpret_cast<const u_char*>(bytes.data()));
     if (pcap_dump_flush(w.dumper) != 0) {
         w.full = true;
-        CAPTURE_LOG_ERROR("capture %s: %s, no further records", w.path.c_str(), std::strerror(errno));
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: %s, no further records", w.path.c_str(),
+                     std::strerror(errno));
         return;
     }
     w.written += RECORD_HEADER + bytes.size();
@@ -141,25 +142,26 @@ int PLT_CaptureStart(const std::string& path, unsigned long long limit)
     /* The file holds phonebook data: the user's alone. */
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) {
-        CAPTURE_LOG_ERROR("capture %s: %s", path.c_str(), std::strerror(errno));
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: %s", path.c_str(), std::strerror(errno));
         return MAN_E_IO;
     }
     FILE* f = ::fdopen(fd, "wb");
     if (f == nullptr) {
         ::close(fd);
-        CAPTURE_LOG_ERROR("capture %s: %s", path.c_str(), std::strerror(errno));
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: %s", path.c_str(), std::strerror(errno));
         return MAN_E_NOMEM;
     }
     w.pcap = pcap_open_dead(capture::LINKTYPE, static_cast<int>(capture::MAX_RECORD));
     w.dumper = w.pcap != nullptr ? pcap_dump_fopen(w.pcap, f) : nullptr;
     if (w.dumper == nullptr) {
-        CAPTURE_LOG_ERROR("capture %s: %s", path.c_str(), w.pcap != nullptr ? pcap_geterr(w.pcap) : "no memory");
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: %s", path.c_str(),
+                     w.pcap != nullptr ? pcap_geterr(w.pcap) : "no memory");
         std::fclose(f);
         closeLocked(w);
         return MAN_E_IO;
     }
     if (pcap_dump_flush(w.dumper) != 0) {
-        CAPTURE_LOG_ERROR("capture %s: %s", path.c_str(), std::strerror(errno));
+        LOG_ExpError("platform", __func__, __LINE__, "capture %s: %s", path.c_str(), std::strerror(errno));
         closeLocked(w);
         return MAN_E_IO;
     }
