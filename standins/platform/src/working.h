@@ -139,7 +139,7 @@ int openSocket(Task& task, int& fdOut);
 void removeSocketFiles(const Task& task);
 
 /* Tasks (working_tasks.cpp). */
-void deliver(Task& task, RawPtr raw, bool fromSocket = false);
+void deliver(Task& task, RawPtr raw, bool fromSocket = false, bool timer = false);
 void postRaw(Task& task, RawPtr raw, bool fromSocket = false);
 bool runCallback(Task& task, int event, unsigned int primitive, void* raw);
 TaskPtr taskByIndex(int taskNo);

@@ -30,6 +30,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include "capture_hooks.h"
 #include "working.h"
 
 namespace {
@@ -131,6 +132,8 @@ void receiveFrom(Reader& r, Task& task, int limit)
         }
         std::size_t len = static_cast<std::size_t>(n);
         if (len > MAN_MAX_MSG || len < 4) {
+            if (plt::captureOn())
+                plt::captureDropped(peerName(from, fromLen), task.path, r.buf.data(), len);
             PLT_LOG_ERROR("datagram for %s from %s %s, dropped", task.name.c_str(),
                           peerName(from, fromLen).c_str(),
                           len < 4 ? "shorter than 4 bytes" : "longer than 65536 bytes");
@@ -139,6 +142,8 @@ void receiveFrom(Reader& r, Task& task, int limit)
         RawPtr raw = makeRaw(r.buf.data(), len);
         CManMessage check;
         if (!raw || check.Assign(plt::rawHandle(raw.get())) != MAN_OK) {
+            if (plt::captureOn())
+                plt::captureDropped(peerName(from, fromLen), task.path, r.buf.data(), len);
             PLT_LOG_ERROR("datagram for %s from %s (%lu bytes) %s, dropped", task.name.c_str(),
                           peerName(from, fromLen).c_str(), static_cast<unsigned long>(len),
                           raw ? "malformed" : "out of memory");
@@ -244,10 +249,14 @@ int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
     }
     ssize_t n;
     const int flags = g_sendBlocking.load() ? 0 : MSG_DONTWAIT;
+    if (plt::captureOn())
+        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), 0);
     do {
         n = ::sendto(sock->fd, Platform::data(msg), Platform::length(msg), flags, reinterpret_cast<sockaddr*>(&sa),
                      sizeof sa);
     } while (n < 0 && errno == EINTR);
+    if (n < 0 && plt::captureOn())
+        plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), errno);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         std::lock_guard<std::mutex> lock(g_dropMu);
         if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)

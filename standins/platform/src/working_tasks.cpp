@@ -19,6 +19,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "capture_hooks.h"
 #include "working.h"
 
 int TaskIdTbl[MAN_MAX_TASKS];
@@ -69,13 +70,16 @@ bool runCallback(Task& task, int event, unsigned int primitive, void* raw)
 
 /* Runs on the task's thread. The dispatcher owns the raw message: the
  * callback only marks it released, so it is freed exactly once. */
-void deliver(Task& task, RawPtr raw, bool fromSocket)
+void deliver(Task& task, RawPtr raw, bool fromSocket, bool timer)
 {
     const unsigned char* b = raw->bytes();
     unsigned int primitive = (static_cast<unsigned int>(b[0]) << 24) |
                              (static_cast<unsigned int>(b[1]) << 16) |
                              (static_cast<unsigned int>(b[2]) << 8) | b[3];
     const std::size_t length = raw->length;
+    if (plt::captureOn())
+        plt::captureDelivered(fromSocket ? capture::Kind::Received : timer ? capture::Kind::Timer : capture::Kind::Local,
+                              raw->source, task.path, b, length);
     t_delivering = raw.get();
     t_released = false;
     bool ok = runCallback(task, MAN_EVENT_MESSAGE, primitive, plt::rawHandle(raw.get()));

@@ -41,7 +41,7 @@ int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
             auto timer = std::make_shared<asio::steady_timer>(t->io, due);
             timer->async_wait([t, timer, r = std::move(r)](const boost::system::error_code& ec) mutable {
                 if (!ec)
-                    deliver(*t, std::move(r));
+                    deliver(*t, std::move(r), false, true);
             });
         });
     } catch (const std::bad_alloc&) {
