@@ -25,6 +25,7 @@
 #include "platform/mantask.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
+#include "service-console.h"
 #include "terminal-text.h"
 
 namespace {
@@ -33,9 +34,11 @@ const char kUsage[] =
     "usage: kivo-host [options]\n"
     "\n"
     "Loads the kivo module, starts it and runs the debug terminal on standard\n"
-    "input. At the top level a line naming a console (\"kivo\") enters it; inside,\n"
-    "every line goes to the console until it returns (\"q\"). Lines beginning\n"
-    "with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\" ends the host.\n"
+    "input. At the top level a line naming a console enters it: \"kivo\", the\n"
+    "module's own, or \"svc\", which plays another service of the firmware;\n"
+    "inside, every line goes to the console until it returns (\"q\"). Lines\n"
+    "beginning with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\"\n"
+    "ends the host.\n"
     "End of input ends the host once the tasks have handled what is queued.\n"
     "At a terminal the arrow keys edit the line and recall earlier lines; the\n"
     "history is kept in $XDG_STATE_HOME/kivo/host-history (default\n"
@@ -57,6 +60,9 @@ constexpr unsigned long kMaxSleepMs = 86400000;
 
 /* Index of the task that receives the module's cache-clear notices. */
 constexpr int kCacheTask = 64;
+
+/* Length of the module's query timer in timer units. */
+constexpr unsigned long kQueryTimerUnits = 5000;
 
 bool utf8Terminal;
 
@@ -194,6 +200,14 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "kivo-host: no stand-in for task %d\n", kCacheTask);
     /* The module works once its task has handled the start event. */
     PLT_Drain();
+
+    host::ModuleExports exports;
+    std::string missing;
+    if (!host::lookUpExports(handle, &exports, &missing))
+        std::fprintf(stderr, "kivo-host: module %s has no %s: no console svc\n", module.c_str(), missing.c_str());
+    else if (host::registerServiceConsole(exports, static_cast<long>(kQueryTimerUnits * timerUnitUs / 1000),
+                                          terminalOut) != 0)
+        std::fprintf(stderr, "kivo-host: cannot register the console svc\n");
 
     if (!enter.empty()) {
         PLT_TerminalLine(enter.c_str());
