@@ -23,6 +23,7 @@
 #include "platform/dtm.h"
 #include "platform/log.h"
 #include "platform/mantask.h"
+#include "platform/output.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
 #include "service-console.h"
@@ -55,6 +56,10 @@ const char kUsage[] =
     "  --enter NAME         start inside the console NAME\n"
     "  --help               this text\n";
 
+/* Terminal output and log records waiting for a slow reader at the most;
+ * more is dropped and counted, so that no task waits for the reader. */
+constexpr std::size_t kOutputQueueBytes = 256 * 1024;
+
 /* Longest "!sleep": one day. */
 constexpr unsigned long kMaxSleepMs = 86400000;
 
@@ -70,8 +75,7 @@ bool utf8Terminal;
 void toTerminal(const char* bytes, std::size_t length)
 {
     const std::string text = host::forTerminal(std::string(bytes, length), utf8Terminal);
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    PLT_Output(1, text.data(), text.size());
 }
 
 /* Stand-in for the service that caches the phonebook's configuration. */
@@ -173,6 +177,7 @@ int main(int argc, char** argv)
     const bool interactive = isatty(STDIN_FILENO);
     const bool terminalOut = isatty(STDOUT_FILENO);
     utf8Terminal = terminalOut && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    PLT_StartBoundedOutput(kOutputQueueBytes);
     if (terminalOut)
         PLT_SetTerminalSink(toTerminal);
 
@@ -240,5 +245,6 @@ int main(int argc, char** argv)
     }
     PLT_Drain();
     PLT_Shutdown();
+    PLT_FinishOutput();
     return 0;
 }
