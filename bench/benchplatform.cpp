@@ -159,19 +159,3 @@ int DTM_ExpRegister(const char*, const char*, DTM_Interpreter)
 void DTM_ExpReturn()
 {
 }
-
-/* The firmware's sends report nothing. */
-void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
-{
-    PLT_SendIpc(msg, source, destination);
-}
-
-void CManIO::SendLocal(CManMessage& msg, int taskNo)
-{
-    PLT_SendLocal(msg, taskNo);
-}
-
-void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
-{
-    PLT_TimerLocal(msg, taskNo, time);
-}

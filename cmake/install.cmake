@@ -2,11 +2,16 @@
 # CPack makes of the components (one package each):
 #
 #   module        libkivo.so.<version> and its SONAME link         libkivo0
+#                 (names no library of ours: the firmware's
+#                 platform and phonebook library come from the
+#                 process that loads it)
 #   dev           kivo/kivo.h, the libkivo.so link, the CMake      libkivo-dev
 #                 package libkivo, libkivo.pc
 #   tools         kivo-host, webconfd and its sample phonebook,    kivo-tools
-#                 the stand-in platform and phonebook libraries
-#   standins-dev  the stand-ins' headers, links, CMake package     kivo-standins-dev
+#                 the stand-in platform and phonebook libraries,
+#                 private to the tools (<libdir>/kivo)
+#   standins-dev  the firmware's headers (firmware-api) and the    kivo-standins-dev
+#                 stand-ins' own, links, CMake package
 #                 kivo-standins and .pc files (on the target the
 #                 firmware provides these)
 #
@@ -25,10 +30,12 @@ string(REGEX REPLACE "/$" "" KIVO_PC_TO_PREFIX "${KIVO_PC_TO_PREFIX}")
 set_target_properties(kivo kivoplatform phonebook PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${KIVO_SOVERSION})
 set_target_properties(kivoplatform PROPERTIES EXPORT_NAME platform)
-# The module finds the stand-ins beside itself when no firmware provides
-# them on the system path; the programs find the libraries from bin/.
-set_target_properties(kivo PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(kivo-host webconfd PROPERTIES INSTALL_RPATH "$ORIGIN/${KIVO_BIN_TO_LIB}")
+# The stand-in libraries are the tools' own, in a directory of their own
+# that the loader does not search: no firmware has them, and no other
+# program is to find them. The programs find them from bin/.
+set(KIVO_PRIVATE_LIBDIR ${CMAKE_INSTALL_LIBDIR}/kivo)
+set_target_properties(kivo-host webconfd PROPERTIES
+  INSTALL_RPATH "$ORIGIN/${KIVO_BIN_TO_LIB}/kivo;$ORIGIN/${KIVO_BIN_TO_LIB}")
 
 # ---- module and dev ---------------------------------------------------------
 install(TARGETS kivo EXPORT libkivoTargets
@@ -39,7 +46,7 @@ install(EXPORT libkivoTargets NAMESPACE libkivo:: DESTINATION ${KIVO_CMAKE_DIR}/
 
 # ---- tools and standins-dev -------------------------------------------------
 install(TARGETS kivoplatform phonebook platform_headers firmware_api EXPORT kivo-standinsTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} PERMISSIONS ${KIVO_LIB_PERMISSIONS}
+  LIBRARY DESTINATION ${KIVO_PRIVATE_LIBDIR} PERMISSIONS ${KIVO_LIB_PERMISSIONS}
           COMPONENT tools NAMELINK_COMPONENT standins-dev)
 install(TARGETS kivo-host webconfd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 # For `webconfd --import`; a new database gets the same records built in.
@@ -117,15 +124,15 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # knows no armhf libraries on the build machine).
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
-# The loader's cache learns of the libraries by the ldconfig trigger.
-foreach(component MODULE TOOLS)
-  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
-endforeach()
+# The loader's cache learns of the module by the ldconfig trigger; the
+# tools' libraries are private and not in its path.
+set(CPACK_DEBIAN_MODULE_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
 set(kivo_version "${PROJECT_VERSION}")
 set(kivo_runtime "libc6, libgcc-s1, libstdc++6, libjsoncpp25")
 
-# The module's own package; the platform and phonebook libraries it needs
-# are the firmware's, or on a development machine kivo-tools'.
+# The module's own package: it needs the C and C++ runtime and jsoncpp;
+# the platform and phonebook library are the loading process's (the
+# firmware's, or on a development machine kivo-host's).
 set(CPACK_DEBIAN_MODULE_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_MODULE_PACKAGE_DEPENDS "${kivo_runtime}")
 set(CPACK_DEBIAN_MODULE_DESCRIPTION "remote phonebook search backend module
@@ -146,15 +153,16 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "host and configuration daemon to run the lib
 kivo-host loads libkivo.so and runs its test console; webconfd answers
 the module's requests from a SQLite phonebook with a sample phonebook.
 Both run on stand-ins of the firmware's platform and phonebook
-libraries, which this package carries.")
+libraries, which this package carries as private libraries.")
 
 set(CPACK_DEBIAN_STANDINS-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_STANDINS-DEV_PACKAGE_DEPENDS
     "kivo-tools (= ${kivo_version}), libjsoncpp-dev, libboost-dev")
 set(CPACK_DEBIAN_STANDINS-DEV_DESCRIPTION "stand-ins of the firmware's platform and phonebook libraries - development files
-Headers and links of the stand-in platform and phonebook libraries,
-the CMake package kivo-standins and the pkg-config files kivo-platform.pc
-and kivo-phonebook.pc: what the module's header needs where no firmware
-provides it.")
+The firmware's headers as this project knows them, the headers and
+links of the stand-in platform and phonebook libraries, the CMake
+package kivo-standins and the pkg-config files kivo-platform.pc and
+kivo-phonebook.pc: what a module builds against where no firmware
+SDK provides it.")
 
 include(CPack)

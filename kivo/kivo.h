@@ -47,7 +47,8 @@ KIVO_EXPORT int KIVO_ExpDelContact(ZEMBRA::Phonebook::Contact* pContact);
 KIVO_EXPORT int KIVO_ExpAddEvent(ZEMBRA::Phonebook::Event* pEvent);
 KIVO_EXPORT int KIVO_ExpDelEvent(ZEMBRA::Phonebook::Event* pEvent);
 
-/* The manager calls behind the exported functions; always 0. */
+/* The manager calls behind the exported functions: 0, or -1 (with an error
+ * record) before the task has handled its start event. */
 KIVO_EXPORT int KIVO_Query(boost::shared_ptr<ZEMBRA::Phonebook::AbstractQueryClient> client,
                            ZEMBRA::Phonebook::Manager::SearchMode mode);
 KIVO_EXPORT int KIVO_AddContact(ZEMBRA::Phonebook::Contact* pContact);

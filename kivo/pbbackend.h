@@ -62,8 +62,9 @@ private:
 
     /* Under the table lock: makes the entry of the current query id, arms
      * its timer, builds its request with `build`, then raises the counter;
-     * returns the request's text. If `build` throws, the entry and its timer
-     * stay and the counter is not raised. traceId: the search's id trace. */
+     * returns the request's text. If `build` throws, the id is spent: the
+     * entry is erased and the counter raised, so the timer already armed
+     * for it finds nothing. traceId: the search's id trace. */
     std::string openRequest(const boost::shared_ptr<ZEMBRA::Phonebook::AbstractQueryClient>& client, bool traceId,
                             const std::function<ZEMBRA::Phonebook::Request(unsigned int)>& build);
     /* Removes an entry, handing back what it held. */

@@ -1,5 +1,6 @@
 /*
- * The message codec, the same in both platform builds.
+ * The message codec and the firmware's CManIO calls, the same in every
+ * platform build.
  *
  *   message := primitive:u32 field*
  *   field   := 0x01 value:u32 | 0x02 length:u32 byte[length]
@@ -281,4 +282,21 @@ const char* PLT_MessageSource(const void* raw)
     if (r == nullptr || r->magic != plt::RAW_MAGIC)
         return "";
     return r->source;
+}
+
+/* The firmware's sends report nothing; each platform build defines the
+ * PLT_ forms. */
+void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
+{
+    PLT_SendIpc(msg, source, destination);
+}
+
+void CManIO::SendLocal(CManMessage& msg, int taskNo)
+{
+    PLT_SendLocal(msg, taskNo);
+}
+
+void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
+{
+    PLT_TimerLocal(msg, taskNo, time);
 }

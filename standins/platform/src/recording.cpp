@@ -414,19 +414,3 @@ void DTM_ExpReturn()
     rec::recorder().dtmReturns++;
     rec::recorder().calls.push_back("return");
 }
-
-/* The firmware's sends report nothing. */
-void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
-{
-    PLT_SendIpc(msg, source, destination);
-}
-
-void CManIO::SendLocal(CManMessage& msg, int taskNo)
-{
-    PLT_SendLocal(msg, taskNo);
-}
-
-void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
-{
-    PLT_TimerLocal(msg, taskNo, time);
-}

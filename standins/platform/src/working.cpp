@@ -1176,19 +1176,3 @@ std::string PLT_CurrentConsole()
     std::lock_guard<std::mutex> lock(g_termMu);
     return g_current;
 }
-
-/* The firmware's sends report nothing. */
-void CManIO::SendIpc(CManMessage& msg, const char* source, const char* destination)
-{
-    PLT_SendIpc(msg, source, destination);
-}
-
-void CManIO::SendLocal(CManMessage& msg, int taskNo)
-{
-    PLT_SendLocal(msg, taskNo);
-}
-
-void CManIO::TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
-{
-    PLT_TimerLocal(msg, taskNo, time);
-}
