@@ -7,12 +7,17 @@
 #include "lineinput.h"
 
 #include <histedit.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <iostream>
+
+#include "platform/output.h"
 
 namespace {
 
@@ -26,6 +31,72 @@ std::string currentPrompt;
 char* promptOf(EditLine*)
 {
     return const_cast<char*>(currentPrompt.c_str());
+}
+
+void writeAll(int fd, const std::string& bytes)
+{
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return;
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+/* What arrived while the prompt is shown goes above it: the prompt's line
+ * is cleared, the output written, and libedit draws the prompt with the
+ * half-typed line again below it. */
+void showArrived(EditLine* el)
+{
+    const std::vector<std::pair<int, std::string>> arrived = PLT_TakeOutput();
+    if (arrived.empty())
+        return;
+    writeAll(STDOUT_FILENO, "\r\033[K");
+    char last = '\n';
+    for (const auto& entry : arrived) {
+        writeAll(entry.first, entry.second);
+        if (!entry.second.empty())
+            last = entry.second.back();
+    }
+    if (last != '\n')
+        writeAll(STDOUT_FILENO, "\n");   // an unfinished line ends here, not in the prompt
+    el_set(el, EL_REFRESH);
+}
+
+/* libedit's character reader, which also wakes for output that arrives
+ * while it waits: only this thread draws on the terminal then. */
+int readChar(EditLine* el, wchar_t* out)
+{
+    std::mbstate_t state{};
+    for (;;) {
+        pollfd fds[2] = {{STDIN_FILENO, POLLIN, 0}, {PLT_OutputWakeFd(), POLLIN, 0}};
+        if (poll(fds, fds[1].fd < 0 ? 1 : 2, -1) < 0) {
+            if (errno == EINTR)
+                continue;   // a resize: libedit's handler has dealt with it
+            return -1;
+        }
+        if (fds[1].revents & POLLIN) {
+            showArrived(el);
+            continue;
+        }
+        if (fds[0].revents == 0)
+            continue;
+        char byte;
+        const ssize_t n = read(STDIN_FILENO, &byte, 1);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return static_cast<int>(n);
+        wchar_t wide;
+        const std::size_t used = std::mbrtowc(&wide, &byte, 1, &state);
+        if (used == static_cast<std::size_t>(-2))
+            continue;   // more bytes of this character to come
+        // A byte that is no character in the locale is taken as it is.
+        *out = used == static_cast<std::size_t>(-1) ? static_cast<wchar_t>(static_cast<unsigned char>(byte)) : wide;
+        return 1;
+    }
 }
 
 /* mkdir -p with mode 0700 for the directories it makes. */
@@ -84,6 +155,7 @@ LineInput::LineInput(bool edit)
     // Ctrl-C and Ctrl-Z still stop the host; the terminal is restored first.
     el_set(el, EL_SIGNAL, 1);
     el_set(el, EL_PROMPT, promptOf);
+    el_set(el, EL_GETCFN, readChar);
     el_set(el, EL_HIST, history, hist);
     editor_->path = historyPath();
     if (!editor_->path.empty()) {
@@ -104,15 +176,15 @@ LineInput::~LineInput()
 bool LineInput::read(const std::string& prompt, std::string* line)
 {
     if (editor_ == nullptr) {
-        if (!prompt.empty()) {
-            std::fputs(prompt.c_str(), stdout);
-            std::fflush(stdout);
-        }
+        if (!prompt.empty())
+            PLT_Output(1, prompt.data(), prompt.size());
         return static_cast<bool>(std::getline(std::cin, *line));
     }
     currentPrompt = prompt;
     int count = 0;
+    PLT_HoldOutput(true);
     const char* text = el_gets(editor_->el, &count);
+    PLT_HoldOutput(false);
     if (text == nullptr || count <= 0)
         return false;
     line->assign(text, static_cast<std::size_t>(count));
