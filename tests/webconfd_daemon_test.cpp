@@ -342,3 +342,70 @@ TEST_P(Handling, RequestsToReplies)
 
 INSTANTIATE_TEST_SUITE_P(Webconfd, Handling, ::testing::ValuesIn(kExchanges), rowName<Exchange>);
 
+
+/* ---- import --------------------------------------------------------------- */
+
+namespace {
+
+/* A line of `length` bytes of 'a' (no end), then a line with a contact.
+ * Once it has given a megabyte past the longest line a record can have, it
+ * looks whether the import has refused the line already; if not, it ends
+ * there, and the test sees that the line was read whole first. */
+class EndlessLine : public std::streambuf {
+public:
+    explicit EndlessLine(std::size_t length) : left_(length) {}
+    bool refusedInTime = true;
+
+protected:
+    int_type underflow() override
+    {
+        if (left_ > 0) {
+            given_ += sizeof chunk_;
+            if (given_ > (1u << 20) + 8 * 16384 && g_log.find("line longer than") == std::string::npos) {
+                refusedInTime = false;
+                return traits_type::eof();
+            }
+            std::fill(chunk_, chunk_ + sizeof chunk_, 'a');
+            const std::size_t n = std::min(left_, sizeof chunk_);
+            left_ -= n;
+            setg(chunk_, chunk_, chunk_ + n);
+            return traits_type::to_int_type('a');
+        }
+        if (tail_.empty())
+            return traits_type::eof();
+        std::copy(tail_.begin(), tail_.end(), chunk_);
+        setg(chunk_, chunk_, chunk_ + tail_.size());
+        tail_.clear();
+        return traits_type::to_int_type(chunk_[0]);
+    }
+
+private:
+    std::size_t left_;
+    std::size_t given_ = 0;
+    std::string tail_ = "\n{\"contact\": {\"uid\": \"m1\", \"lastName\": \"Mill\"}}\n";
+    char chunk_[65536];
+};
+
+}  // namespace
+
+/* A line longer than any record can be (a 100 MB one took 1.3 GB and
+ * aborted) is refused with its number as soon as it is that long; its rest
+ * is skipped, never held, and the next line is read. */
+TEST(Import, ALineLongerThanAnyRecordIsRefusedAsItIsRead)
+{
+    TempDir dir;
+    Store store;
+    std::string error;
+    ASSERT_TRUE(store.open(dir.path() + "/pb.db", &error)) << error;
+    EndlessLine source(64u << 20);
+    std::istream in(&source);
+    g_log.clear();
+    PLT_SetLogSink(logTo);
+    const webconfd::ImportReport r = webconfd::importRecords(store, in, "big.jsonl");
+    PLT_SetLogSink(nullptr);
+    EXPECT_TRUE(source.refusedInTime) << "the line was read whole before it was refused";
+    EXPECT_EQ(g_log, "ERROR importRecords: big.jsonl:1: line longer than 131072 bytes, refused\n");
+    EXPECT_EQ(r.rejected, 1);
+    EXPECT_EQ(r.contacts, 1);
+    EXPECT_FALSE(r.failed);
+}
