@@ -407,4 +407,18 @@ TEST_F(E2E, UpArrowRecallsALineAlsoAfterARestart)
     EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
+/* A history "file" that is a FIFO is neither read nor written: opening it
+ * would wait for a writer (or reader) before the first prompt. */
+TEST_F(E2E, AFifoAsTheHistoryHoldsUpNothing)
+{
+    const std::string state = dir.path() + "/state";
+    ASSERT_EQ(mkdir(state.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir((state + "/kivo").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo((state + "/kivo/host-history").c_str(), 0600), 0);
+    Program terminal({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"}, {"XDG_STATE_HOME=" + state, "TERM=vt100"}, true);
+    terminal.send("ts info 1");
+    EXPECT_TRUE(terminal.waitOut("KIVO_DebugSet pName info  iValue 1")) << terminal.out();
+    EXPECT_EQ(terminal.finish(), 0) << terminal.out();
+}
+
 }  // namespace
