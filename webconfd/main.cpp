@@ -5,7 +5,9 @@
  * SIGUSR1 sends a config-changed notice to every known client.
  *
  * Threads: requests are handled on the task's thread; the main thread only
- * waits for signals. Both send through the server, which serialises them.
+ * waits for signals. Both post their replies to the outbox, which sends at
+ * once what the receiver has room for; its own thread retries the rest.
+ * Another thread writes the log buffer out to standard error.
  */
 #include <dirent.h>
 #include <fcntl.h>

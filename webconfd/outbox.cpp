@@ -183,8 +183,10 @@ int64_t Outbox::flush()
             due.push_back(entry.first);
     }
     for (const std::string& name : due) {
+        /* pump() lets go of the lock while it sends: another thread may
+         * be sending to this destination by now, and holds on to it. */
         auto it = destinations_.find(name);
-        if (it == destinations_.end())
+        if (it == destinations_.end() || it->second.sending)
             continue;
         if (it->second.queue.empty())
             destinations_.erase(it);
