@@ -3,6 +3,9 @@
  * or timer, acknowledgements, invalid types and ids, the cache-clear
  * notice, and text that is not a reply.
  */
+#include <pthread.h>
+
+#include <functional>
 #include <numeric>
 
 #include "kivo_fixture.h"
@@ -95,10 +98,12 @@ const Row rows[] = {
      "~0 finished 1\n* timer 67 5000 0x00000002/0/0 u32 1\n"
      "* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'0','kind':'contact','type':1},'queryId':1,'size':100,'userId':''}\n"
      "~0 released\n~1 finished 1\n~1 released\n"},
-    /* Text that is not a reply changes nothing; the reader reads on. */
+    /* Text that is not a reply changes nothing (one nested too deep is logged);
+     * the reader reads on. */
     {"NotAReply", DO(t.search(); t.mark(); t.reply(""); t.reply("not json"); t.reply("{\"queryId\": 0, \"items\": [");
                      t.reply(std::string(5000, '[') + std::string(5000, ']')); t.reply("\xFF\xFE{");
-                     t.reply(0, Contacts, 1, items({"A"}))), "~0 contact A uid-A vornsyn 1 'W' 1\n"},
+                     t.reply(0, Contacts, 1, items({"A"}))),
+     "* error kivomain:Result:527 reply nested deeper than 64 levels dropped\n~0 contact A uid-A vornsyn 1 'W' 1\n"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Result, TranscriptTest, ::testing::ValuesIn(rows), rowName);
@@ -114,6 +119,53 @@ TEST_F(ResultTest, LongReplyIsTracedInTenPieces)
     info();
     reply(std::accumulate(pieces.begin() + 1, pieces.end(), std::string()));
     EXPECT_EQ(rec::recorder().terminal, std::vector<std::string>(pieces.begin(), pieces.begin() + 11));
+}
+
+/* Runs `work` on a thread with a stack of `bytes`, as small as the
+ * firmware's threads; false when no such thread could be made. */
+bool onSmallStack(std::size_t bytes, std::function<void()> work)
+{
+    pthread_attr_t attr;
+    pthread_t thread;
+    auto run = [](void* w) -> void* { (*static_cast<std::function<void()>*>(w))(); return nullptr; };
+    bool made = pthread_attr_init(&attr) == 0 && pthread_attr_setstacksize(&attr, bytes) == 0 &&
+                pthread_create(&thread, &attr, run, &work) == 0;
+    pthread_attr_destroy(&attr);
+    return made && pthread_join(thread, nullptr) == 0;
+}
+
+/* A reply of query 0 with one contact and a member "x" holding `arrays`
+ * nested arrays, or a string of `arrays` brackets. */
+std::string replyWith(const char* name, int arrays, bool quoted = false)
+{
+    const std::string x = quoted ? "\"\\\"" + std::string(arrays, '[') + "\""
+                                 : std::string(arrays, '[') + std::string(arrays, ']');
+    return "{\"x\":" + x + "," + replyText(0, Contacts, 1, items({name})).substr(1);
+}
+
+/* Replies nest four levels deep; one nested deeper than 64 levels is
+ * dropped before the reader recurses into it, so it cannot overflow a
+ * task's 256 KiB stack. Brackets inside strings are no nesting. */
+TEST_F(ResultTest, DeepRepliesAreDroppedUnreadOnASmallStack)
+{
+    std::string objects;
+    for (int i = 0; i < 999; i++)
+        objects += "{\"a\":";
+    objects += "1" + std::string(999, '}');
+    search();
+    mark();
+    ASSERT_TRUE(onSmallStack(256 * 1024, [&] {
+        reply(std::string(999, '[') + std::string(999, ']'));
+        reply(objects);
+        reply(replyWith("Deep", 64));      /* 65 levels with the reply's object */
+        reply(replyWith("Bound", 63));     /* 64 levels */
+        reply(replyWith("Quoted", 999, true));
+    }));
+    EXPECT_EQ(transcript(), "* error kivomain:Result:527 reply nested deeper than 64 levels dropped\n"
+                            "* error kivomain:Result:527 reply nested deeper than 64 levels dropped\n"
+                            "* error kivomain:Result:527 reply nested deeper than 64 levels dropped\n"
+                            "~0 contact Bound uid-Bound vornsyn 1 'W' 1\n"
+                            "~0 contact Quoted uid-Quoted vornsyn 1 'W' 1\n");
 }
 
 }  // namespace

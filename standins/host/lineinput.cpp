@@ -111,6 +111,20 @@ bool makeDirs(const std::string& dir)
     }
 }
 
+/* Whether the history may be read from and written to `path`: a regular
+ * file, or none yet. Anything else (a FIFO would block the host before its
+ * first prompt, a device) is left alone. Reading also wants a file no
+ * larger than a full history: a longer one is not read, and the first
+ * line typed replaces it. */
+bool historyFileUsable(const std::string& path, bool reading)
+{
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0)
+        return errno == ENOENT && !reading;
+    return S_ISREG(st.st_mode) &&
+           (!reading || static_cast<unsigned long long>(st.st_size) <= kHistorySize * (kHistoryLineMax + 2));
+}
+
 }  // namespace
 
 struct LineInput::Editor {
@@ -159,8 +173,9 @@ LineInput::LineInput(bool edit)
     el_set(el, EL_HIST, history, hist);
     editor_->path = historyPath();
     if (!editor_->path.empty()) {
-        // A missing or unreadable file starts an empty history.
-        history(hist, &editor_->event, H_LOAD, editor_->path.c_str());
+        // A missing, unreadable or unfit file starts an empty history.
+        if (historyFileUsable(editor_->path, true))
+            history(hist, &editor_->event, H_LOAD, editor_->path.c_str());
     }
 }
 
@@ -193,7 +208,8 @@ bool LineInput::read(const std::string& prompt, std::string* line)
     if (!line->empty() && line->size() <= kHistoryLineMax) {
         history(editor_->history, &editor_->event, H_ENTER, line->c_str());
         const std::size_t slash = editor_->path.rfind('/');
-        if (slash != std::string::npos && makeDirs(editor_->path.substr(0, slash)))
+        if (slash != std::string::npos && makeDirs(editor_->path.substr(0, slash)) &&
+            historyFileUsable(editor_->path, false))
             history(editor_->history, &editor_->event, H_SAVE, editor_->path.c_str());
     }
     return true;
