@@ -30,11 +30,11 @@
 #include <string>
 
 #include "import.h"
-#include "logbuffer.h"
 #include "outbox.h"
 #include "platform/capture.h"
 #include "platform/log.h"
 #include "platform/manmsg.h"
+#include "platform/output.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
@@ -86,7 +86,6 @@ const char kUsage[] =
 /* Log records waiting for standard error, at most; and how long the end
  * waits for them to be written. */
 constexpr std::size_t kLogBufferBytes = 256 * 1024;
-constexpr int kLogFlushMs = 1000;
 
 webconfd::Server* g_server;
 
@@ -428,7 +427,7 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     /* From here on no log record waits for standard error to take it. */
-    webconfd::startLogBuffer(STDERR_FILENO, kLogBufferBytes);
+    PLT_StartBoundedOutput(kLogBufferBytes);
     webconfd::Server server(store, options);
     g_server = &server;
     /* A client that does not read its replies must not hold up the others:
@@ -481,6 +480,6 @@ int main(int argc, char** argv)
     PLT_CaptureStop();
     g_server = nullptr;
     LOG_ExpInfo(kFile, "main", __LINE__, "stopped");
-    webconfd::flushLogBuffer(kLogFlushMs);
+    PLT_FinishOutput();
     return 0;
 }
