@@ -421,4 +421,20 @@ TEST_F(E2E, AFifoAsTheHistoryHoldsUpNothing)
     EXPECT_EQ(terminal.finish(), 0) << terminal.out();
 }
 
+
+/* Input without line ends costs the host a bounded line, not the input's
+ * size: the overlong line is reported and skipped, never typed, and the
+ * next line is read as usual. */
+TEST_F(E2E, AnOverlongInputLineIsSkippedNotTyped)
+{
+    Program host({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"});
+    host.send(std::string(1 << 20, 'x'));
+    host.send("ts info 1");
+    EXPECT_TRUE(host.waitOut("KIVO_DebugSet pName info  iValue 1")) << host.out().substr(0, 400);
+    EXPECT_EQ(host.finish(), 0);
+    EXPECT_NE(host.out().find("kivo-host: input line 1 longer than 65536 bytes, ignored\n"), std::string::npos)
+        << host.out().substr(0, 400);
+    EXPECT_EQ(host.out().find("xxxx"), std::string::npos) << "nothing of the overlong line was typed";
+}
+
 }  // namespace

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <iostream>
+#include <limits>
 
 #include "platform/output.h"
 
@@ -24,6 +25,10 @@ namespace {
 constexpr int kHistorySize = 500;
 /* Longer lines are run but not kept: the file stays small. */
 constexpr std::size_t kHistoryLineMax = 1024;
+/* Longest line read from a pipe or file: far past any console line (a
+ * record typed as JSON is at most 16 KiB), and what bounds the host's memory
+ * when input has no line end. */
+constexpr std::size_t kInputLineMax = 64 * 1024;
 
 /* The prompt libedit asks for; one editor per process. */
 std::string currentPrompt;
@@ -188,12 +193,38 @@ LineInput::~LineInput()
     delete editor_;
 }
 
+bool LineInput::readBounded(std::string* line)
+{
+    static char buffer[kInputLineMax + 1];
+    for (;;) {
+        lineNumber_++;
+        std::cin.getline(buffer, sizeof buffer);
+        const std::size_t n = static_cast<std::size_t>(std::cin.gcount());
+        if (std::cin.eof()) {
+            line->assign(buffer, n);   // the last line, which has no line end
+            return n > 0;
+        }
+        if (!std::cin.fail()) {
+            line->assign(buffer, n - 1);   // gcount counts the line end
+            return true;
+        }
+        /* Longer than any line can be: the rest up to its end is skipped, and
+         * nothing of it is typed. */
+        std::cin.clear();
+        std::cin.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        std::fprintf(stderr, "kivo-host: input line %lu longer than %lu bytes, ignored\n", lineNumber_,
+                     static_cast<unsigned long>(kInputLineMax));
+        if (std::cin.eof())
+            return false;
+    }
+}
+
 bool LineInput::read(const std::string& prompt, std::string* line)
 {
     if (editor_ == nullptr) {
         if (!prompt.empty())
             PLT_Output(1, prompt.data(), prompt.size());
-        return static_cast<bool>(std::getline(std::cin, *line));
+        return readBounded(line);
     }
     currentPrompt = prompt;
     int count = 0;
