@@ -28,7 +28,7 @@ ctest --test-dir "${BUILD_DIR:-build}" --output-on-failure -j "$(nproc)"
 # Tests are to stay about a quarter to a third of the code (docs/testing.md).
 size_line() {
   local code tests
-  code=$(git ls-files -- kivo firmware-api standins bench | grep -E '\.(cpp|h)$' | xargs cat | grep -c -v -E '^\s*$')
+  code=$(git ls-files -- kivo firmware-api standins bench tools | grep -E '\.(cpp|h)$' | xargs cat | grep -c -v -E '^\s*$')
   tests=$(git ls-files -- tests fuzz | grep -E '\.(cpp|h)$' | xargs cat | grep -c -v -E '^\s*$')
   awk -v t="$tests" -v c="$code" 'BEGIN { printf "size: %d non-blank lines of code, %d of tests and fuzz: ratio %.2f\n", c, t, t / c }'
 }

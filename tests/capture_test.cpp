@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
-#include <regex>
 
 #include "platform/capture.h"
 #include "platform/mantask.h"
@@ -62,6 +61,38 @@ const char* kindName(capture::Kind kind)
     return names[static_cast<int>(kind)];
 }
 
+/* The instance part of an address ("@Local." and 12 hex digits) as "N":
+ * it differs from run to run. */
+std::string maskNonces(std::string text)
+{
+    const std::string mark = "@Local.";
+    for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+        const std::size_t from = at + mark.size();
+        if (text.size() >= from + 12 && text.find_first_not_of("0123456789abcdef", from) >= from + 12)
+            text.replace(from, 12, "N");
+    }
+    return text;
+}
+
+/* Of each record line only its kind: where reading stops is what counts. */
+std::string kindsOnly(const std::string& text)
+{
+    static const char* const kinds[] = {"sent ", "received ", "console ", "local ", "timer ", "failed ", "dropped "};
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t end = text.find('\n', at);
+        end = end == std::string::npos ? text.size() : end;
+        std::string line = text.substr(at, end - at);
+        for (const char* kind : kinds)
+            if (line.compare(0, std::strlen(kind), kind) == 0)
+                line.resize(std::strlen(kind) - 1);
+        out += line + (end < text.size() ? "\n" : "");
+        at = end + 1;
+    }
+    return out;
+}
+
+
 // One line per record: kind, status, source > destination, payload (hex,
 // console lines as text); instance nonces as "N".
 std::string describe(const capture::Record& r)
@@ -74,7 +105,7 @@ std::string describe(const capture::Record& r)
     }
     const std::string line = std::string(kindName(r.kind)) + " " + std::to_string(r.status) + " " + r.source +
                              " > " + r.destination + " " + payload + "\n";
-    return std::regex_replace(line, std::regex("@Local\\.[0-9a-f]{12}"), "@Local.N");
+    return maskNonces(line);
 }
 
 // The records of a file, then "end" or the error.
@@ -264,8 +295,7 @@ TEST_F(CaptureTest, damaged_files_end_with_the_record_at_fault)
         writeFile(file, bytes);
         std::string got = readAll(file);
         // Only each record's kind: the cases are about where reading stops.
-        got = std::regex_replace(got, std::regex("(^|\n)(sent|received|console|local|timer|failed|dropped) [^\n]*"),
-                                 "$1$2");
+        got = kindsOnly(got);
         EXPECT_EQ(got.compare(0, std::strlen(c.expected), c.expected), 0) << c.name << ":\n" << got;
     }
 }
@@ -314,8 +344,12 @@ TEST(CaptureReplay, a_cut_capture_ends_the_replay_with_its_record)
     EXPECT_EQ(replay.finish(), 1);
     const std::string out = replay.out();
     EXPECT_NE(out.find("CmdSearchByName"), std::string::npos) << out;
-    EXPECT_TRUE(std::regex_search(out, std::regex("kivo-replay: " + cut + ": record [0-9]+: truncated")))
-        << out;
+    const std::string head = "kivo-replay: " + cut + ": record ";
+    const std::size_t at = out.find(head);
+    ASSERT_NE(at, std::string::npos) << out;
+    const std::size_t digits = out.find_first_not_of("0123456789", at + head.size());
+    EXPECT_GT(digits, at + head.size()) << out;
+    EXPECT_EQ(out.compare(digits, 11, ": truncated"), 0) << out;
 }
 
 TEST(CaptureReplay, what_is_no_capture_is_refused_before_the_module_starts)

@@ -122,10 +122,10 @@ extern int g_nextFreeId;
 /* Messages handled by all tasks so far: Drain waits until it stands still. */
 extern std::atomic<unsigned long long> g_handled;
 
-/* What the dispatcher of this thread is delivering. */
-extern thread_local Task* t_task;
-extern thread_local plt::RawMsg* t_delivering;
-extern thread_local bool t_released;
+/* The task whose thread this is, or null. A function, not the
+ * thread-local itself: another file's reference to a hidden thread_local
+ * would need its init wrapper, which a shared object cannot take. */
+Task* currentTask();
 
 /* Addressing and sockets (working_address.cpp). */
 bool validName(const char* name);

@@ -22,8 +22,8 @@ std::mutex g_drainMu;  /* Drain and Shutdown never overlap */
 
 void PLT_Drain()
 {
-    if (t_task != nullptr) {
-        PLT_LOG_ERROR("PLT_Drain called from task %s, ignored", t_task->name.c_str());
+    if (Task* task = currentTask()) {
+        PLT_LOG_ERROR("PLT_Drain called from task %s, ignored", task->name.c_str());
         return;
     }
     std::lock_guard<std::mutex> drainLock(g_drainMu);
@@ -58,8 +58,8 @@ void PLT_Drain()
 
 void PLT_Shutdown()
 {
-    if (t_task != nullptr) {
-        PLT_LOG_ERROR("PLT_Shutdown called from task %s, ignored", t_task->name.c_str());
+    if (Task* task = currentTask()) {
+        PLT_LOG_ERROR("PLT_Shutdown called from task %s, ignored", task->name.c_str());
         return;
     }
     std::lock_guard<std::mutex> drainLock(g_drainMu);

@@ -48,10 +48,17 @@ int g_nextFreeId = 0x10000;
 
 std::atomic<unsigned long long> g_handled{0};
 
+namespace {
 /* What the dispatcher of this thread is delivering. */
 thread_local Task* t_task = nullptr;
 thread_local plt::RawMsg* t_delivering = nullptr;
 thread_local bool t_released = false;
+}  // namespace
+
+Task* currentTask()
+{
+    return t_task;
+}
 
 bool runCallback(Task& task, int event, unsigned int primitive, void* raw)
 {
