@@ -8,7 +8,6 @@
  */
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -89,7 +88,9 @@ const std::map<std::string, long> types = {{"Contacts", Contacts}, {"Events", Ev
 const std::map<std::string, long> prims = {{"KIVO_PRIM_TIMER", KIVO_PRIM_TIMER},
     {"KIVO_PRIM_RESULT", KIVO_PRIM_RESULT}, {"MAN_TAG_STRING", MAN_TAG_STRING}};
 const std::map<std::string, long> events = {{"message", MAN_EVENT_MESSAGE}, {"control", MAN_EVENT_CONTROL},
-    {"task", MAN_EVENT_TASK}, {"missed", EventMissed}, {"incoming", EventIncoming}, {"outgoing", EventOutgoing}};
+    {"task", MAN_EVENT_TASK}};
+const std::map<std::string, long> kinds = {{"missed", EventMissed}, {"incoming", EventIncoming},
+    {"outgoing", EventOutgoing}};
 const std::map<std::string, PltFault> faults = {{"Create", PltFault::Create}, {"Assign", PltFault::Assign},
     {"TaskCreate", PltFault::TaskCreate}, {"Register", PltFault::Register}};
 
@@ -110,13 +111,19 @@ protected:
             throw std::invalid_argument("too few words");
         return a[i];
     }
-    /* key=value words of a record or a search, from word `from` on. */
-    static std::map<std::string, std::string> keys(const Args& a, std::size_t from)
+    /* The key=value words of a record or a search; a key not in `known`
+     * (names between spaces) is a mistake of the case. */
+    static std::map<std::string, std::string> keys(const Args& a, const std::string& known)
     {
         std::map<std::string, std::string> out;
-        for (std::size_t i = from; i < a.size(); i++)
-            if (!a[i].quoted && a[i].text.find('=') != std::string::npos)
-                out[a[i].text.substr(0, a[i].text.find('='))] = a[i].text.substr(a[i].text.find('=') + 1);
+        for (const Word& w : a) {
+            const std::size_t eq = w.quoted ? std::string::npos : w.text.find('=');
+            const std::string key = eq == std::string::npos ? "" : w.text.substr(0, eq);
+            if (!key.empty() && (" " + known + " ").find(" " + key + " ") == std::string::npos)
+                throw std::invalid_argument("unknown key " + key);
+            if (!key.empty())
+                out[key] = w.text.substr(eq + 1);
+        }
         return out;
     }
     template <class Record> Record* record(std::map<std::string, std::unique_ptr<Record>>& made, const Word& w)
@@ -140,7 +147,9 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
     } else if (name == "unload") {
         unload();
     } else if (name == "trace") {
-        KIVODebugLevel[at(a, 0).is("exp") ? KIVO_LEVEL_EXP : KIVO_LEVEL_INFO] = 1;
+        if (!at(a, 0).is("exp") && !a[0].is("info"))
+            throw std::invalid_argument("a trace is exp or info");
+        KIVODebugLevel[a[0].is("exp") ? KIVO_LEVEL_EXP : KIVO_LEVEL_INFO] = 1;
     } else if (name == "uiQueryId") {
         uiQueryId = static_cast<unsigned int>(std::stoul(at(a, 0).text, nullptr, 0));
     } else if (name == "fail") {
@@ -162,14 +171,13 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
         for (const Word& w : a)
             best = best || w.is("best");
         boost::shared_ptr<FakeClient> c(new FakeClient(mode, value, best));
-        for (const auto& kv : keys(a, 0)) {
-            const std::string& v = kv.second;
-            kv.first == "offset" ? void(c->parameters.offset = std::stoi(v))
-            : kv.first == "size" ? void(c->parameters.size = std::stoi(v))
-            : kv.first == "user" ? void(c->parameters.userId = v)
-            : kv.first == "primitive" ? void(c->requestPrimitive = static_cast<unsigned int>(std::stoul(v, nullptr, 0)))
-            : kv.first == "source" ? void(c->sourceAddress = v) : throw std::invalid_argument("key " + kv.first);
-        }
+        auto k = keys(a, "offset size user primitive source");
+        c->parameters.offset = k.count("offset") ? std::stoi(k["offset"]) : c->parameters.offset;
+        c->parameters.size = k.count("size") ? std::stoi(k["size"]) : c->parameters.size;
+        c->parameters.userId = k.count("user") ? k["user"] : c->parameters.userId;
+        if (k.count("primitive"))
+            c->requestPrimitive = static_cast<unsigned int>(std::stoul(k["primitive"], nullptr, 0));
+        c->sourceAddress = k.count("source") ? k["source"] : c->sourceAddress;
         backend().startQuery(c);
     } else if (name == "KIVO_ExpQuery") {
         return result(at(a, 0).is("NULL") ? KIVO_ExpQuery(boost::shared_ptr<AbstractQueryClient>(), SearchBackends)
@@ -191,8 +199,11 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
         backend().Timeout(static_cast<unsigned int>(number(at(a, 0))));
     } else if (name == "message") {
         rec::RawBuilder m(static_cast<uint32_t>(named(at(a, 0), prims)));
-        for (std::size_t i = 1; i + 1 < a.size(); i += 2)
-            a[i].is("u32") ? void(m.u32(static_cast<uint32_t>(number(a[i + 1])))) : void(m.str(a[i + 1].text));
+        for (std::size_t i = 1; i < a.size(); i += 2) {
+            if (!a[i].is("u32") && !a[i].is("str"))
+                throw std::invalid_argument("a field is u32 N or str TEXT");
+            a[i].is("u32") ? void(m.u32(static_cast<uint32_t>(number(at(a, i + 1))))) : void(m.str(at(a, i + 1).text));
+        }
         deliver(m);
     } else if (name == "raw") {
         std::vector<unsigned char> bytes;
@@ -200,6 +211,8 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
             bytes.push_back(static_cast<unsigned char>(named(w, prims)));
         rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, rec::makeRaw(bytes));
     } else if (name == "deliver") {
+        if (a.size() > 2 && (!a[2].is("message") || a.size() != 4))
+            throw std::invalid_argument("deliver EVENT PRIMITIVE [message PRIMITIVE]");
         void* raw = a.size() > 3 ? rec::RawBuilder(static_cast<uint32_t>(named(a[3], prims))).build() : nullptr;
         rec::deliver(KIVO_TASK_INDEX, static_cast<int>(named(at(a, 0), events)),
                      static_cast<unsigned int>(number(at(a, 1))), raw);
@@ -231,7 +244,7 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
             throw std::invalid_argument("no such query or call");
         q.client->addContact(Contact(), CacheRemote);
     } else if (name == "contact") {
-        auto k = keys(a, 1);
+        auto k = keys(a, "backend uid text3 first last company number");
         std::unique_ptr<Contact> c(a.size() > 1 && a[1].is("throws") ? new ThrowingContact
                                    : k.empty() ? new Contact
                                                : new Contact(k["backend"], k["uid"], k["text3"], k["first"],
@@ -241,13 +254,14 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
             ContactNumber n;
             char slash;
             std::getline(in, n.number, '/');
-            in >> n.value1 >> slash >> n.value2 >> slash >> n.value3;
+            if (!(in >> n.value1 >> slash >> n.value2 >> slash >> n.value3))
+                throw std::invalid_argument("number=NUMBER/VALUE1/VALUE2/VALUE3");
             c->numbers.push_back(n);
         }
         contacts[at(a, 0).text] = std::move(c);
     } else if (name == "event") {
-        auto k = keys(a, 1);
-        const auto num = [&k](const char* key) { return k.count(key) ? named(Word{k[key], false}, events) : 0; };
+        auto k = keys(a, "backend uid kind number name time duration");
+        const auto num = [&k](const char* key) { return k.count(key) ? named(Word{k[key], false}, kinds) : 0; };
         eventsMade[at(a, 0).text].reset(k.empty() ? new Event
             : new Event(makeEvent(k["backend"], k["uid"], static_cast<int32_t>(num("kind")), k["number"], k["name"],
                                   num("time"), static_cast<int32_t>(num("duration")))));
