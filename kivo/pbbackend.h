@@ -7,7 +7,7 @@
  * Threads: the request operations run on their callers' threads, Result and
  * Timeout on the kivo task. One lock guards the table's structure and
  * uiQueryId; it is never held while a client is called or a request is sent.
- * docs/threads.md says why that is enough.
+ * docs/architecture.md says why that is enough.
  */
 #ifndef KIVO_PBBACKEND_H
 #define KIVO_PBBACKEND_H

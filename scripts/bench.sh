@@ -21,7 +21,7 @@ REPS=${REPS:-5}
 LOAD_SECONDS=${LOAD_SECONDS:-3}
 CALLGRIND=${CALLGRIND:-1}
 
-cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIVO_BENCH=ON >/dev/null
+cmake --preset bench -B "$BUILD_DIR" >/dev/null
 cmake --build "$BUILD_DIR" -j "$JOBS" --target kivo_bench kivo_load kivo_echo kivo
 # webconfd is a colleague of the suite, not part of it: without it the
 # load driver measures the raw floor only.

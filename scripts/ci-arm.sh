@@ -21,7 +21,7 @@ ctest --preset arm
 echo "== the main job on ARM"
 sysroot=$(pwd)/build-arm/sysroot
 BUILD_DIR=${BUILD_DIR:-build}
-[ -f "$BUILD_DIR/CMakeCache.txt" ] || cmake -S . -B "$BUILD_DIR" -G Ninja >/dev/null
+[ -f "$BUILD_DIR/CMakeCache.txt" ] || cmake --preset default -B "$BUILD_DIR" >/dev/null
 cmake --build "$BUILD_DIR" -j "$(nproc)" --target webconfd kivo-host
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/kivo-arm.XXXXXX")

@@ -15,8 +15,7 @@ src=$(pwd)
 
 BUILD_DIR=${BUILD_DIR:-build}
 # Packages install under /usr (multiarch library directory).
-cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
-cmake --build "$BUILD_DIR" -j "$(nproc)"
+BUILD_DIR=$BUILD_DIR bash scripts/build.sh -DCMAKE_INSTALL_PREFIX=/usr
 build=$(cd "$BUILD_DIR" && pwd)
 libdir=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:PATH=//p' "$build/CMakeCache.txt")
 

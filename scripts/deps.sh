@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ pkg-config
   libjsoncpp-dev libboost-dev libsqlite3-dev
   libedit-dev
+  libpcap-dev
   libgtest-dev libgmock-dev
   libbenchmark-dev
 )
@@ -19,6 +20,7 @@ for group in "$@"; do
     arm) packages+=(g++-arm-linux-gnueabihf qemu-user googletest) ;;
     mutants) packages+=(python3) ;;
     package) packages+=(lintian) ;;   # dpkg-deb comes with dpkg
+    capture) packages+=(tshark) ;;
     *) echo "deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
@@ -32,6 +34,8 @@ done
 echo "installing: ${missing[*]}" >&2
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+# tshark's package asks whether non-root users may capture; we read files only.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | $SUDO debconf-set-selections
 # A mirror in the middle of a sync can fail the update; what is listed
 # already is usually enough.
 $SUDO apt-get update || echo "apt-get update failed partly; going on" >&2

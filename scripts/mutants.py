@@ -174,7 +174,7 @@ def main():
             os.makedirs(os.path.dirname(os.path.join(src, rel)), exist_ok=True)
             shutil.copy2(os.path.join(root, rel), os.path.join(src, rel))
     # -O0 and no benchmarks: each change rebuilds one source and relinks.
-    subprocess.run(["cmake", "-S", src, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+    subprocess.run(["cmake", "-S", src, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None", "-DKIVO_WERROR=ON",
                     "-DCMAKE_CXX_FLAGS=-O0", "-DKIVO_BENCH=OFF"],
                    check=True, stdout=subprocess.DEVNULL)
     jobs = str(os.cpu_count() or 2)

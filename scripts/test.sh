@@ -5,7 +5,8 @@
 # (docs/reliability.md): the suite under AddressSanitizer + UBSan and under
 # ThreadSanitizer, the fuzzers for a minute each, the install with its
 # consumer test and the amd64 packages, and the 32-bit ARM build with its
-# tests and the main job under qemu-arm and the armhf packages.
+# tests and the main job under qemu-arm and the armhf packages, and the
+# README session captured, read by tshark and replayed (ci-capture.sh).
 #
 #   bash scripts/test.sh            everything (what CI runs)
 #   bash scripts/test.sh --quick    the normal build and the suite only
@@ -50,6 +51,7 @@ stage tsan bash scripts/ci-sanitize.sh tsan
 stage fuzz bash scripts/ci-fuzz.sh
 stage package bash scripts/ci-package.sh
 stage arm bash scripts/ci-arm.sh
+stage capture bash scripts/ci-capture.sh
 
 echo "==== stages (total since start: $SECONDS s)"
 printf '%s\n' "${summary[@]}"

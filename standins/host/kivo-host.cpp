@@ -20,6 +20,7 @@
 
 #include "lineinput.h"
 #include "phonebook/latin1.h"
+#include "platform/capture.h"
 #include "platform/dtm.h"
 #include "platform/log.h"
 #include "platform/mantask.h"
@@ -50,10 +51,16 @@ const char kUsage[] =
     "  --timer-unit-us N    length of one timer unit in microseconds (default\n"
     "                       1000; 10 makes the 5000-unit query timer 50 ms)\n"
     "  --enter NAME         start inside the console NAME\n"
+    "  --capture FILE       write every datagram, timer message and console line\n"
+    "                       to FILE (pcap; it holds phonebook data; docs/capture.md)\n"
+    "  --capture-limit N    stop writing the capture at N bytes (default 67108864)\n"
     "  --help               this text\n";
 
 /* Longest "!sleep": one day. */
 constexpr unsigned long kMaxSleepMs = 86400000;
+
+/* Default bound of a capture file: 64 MiB. */
+constexpr unsigned long kCaptureLimit = 64UL << 20;
 
 /* Index of the task that receives the module's cache-clear notices. */
 constexpr int kCacheTask = 64;
@@ -132,6 +139,14 @@ bool terminalCommand(const std::string& line)
     return true;
 }
 
+/* Every line the terminal gets is noted in the capture first, so a replay
+ * types it at the same point. */
+void typeLine(const std::string& line)
+{
+    PLT_CaptureConsoleLine(line);
+    PLT_TerminalLine(line.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -140,6 +155,8 @@ int main(int argc, char** argv)
     std::string ipcDir = PLT_DefaultIpcDir();
     std::string enter;
     unsigned long timerUnitUs = 1000;
+    std::string captureFile;
+    unsigned long captureLimit = kCaptureLimit;
 
     for (int i = 1; i < argc; i++) {
         const std::string arg = argv[i];
@@ -153,6 +170,11 @@ int main(int argc, char** argv)
             ipcDir = value;
         } else if (arg == "--enter" && value) {
             enter = value;
+        } else if (arg == "--capture" && value) {
+            captureFile = value;
+        } else if (arg == "--capture-limit" && value) {
+            if (!parseUnsigned(value, &captureLimit))
+                return fail(std::string("--capture-limit wants a number of bytes, not ") + value, 2);
         } else if (arg == "--timer-unit-us" && value) {
             if (!parseUnsigned(value, &timerUnitUs) || timerUnitUs == 0 || timerUnitUs > 1000000)
                 return fail(std::string("--timer-unit-us wants a number from 1 to 1000000, not ") + value, 2);
@@ -173,6 +195,8 @@ int main(int argc, char** argv)
     if (PLT_SetIpcDir(ipcDir) != 0)
         return fail("cannot use IPC directory " + ipcDir, 2);
     PLT_SetTimerUnitUs(static_cast<unsigned int>(timerUnitUs));
+    if (!captureFile.empty() && PLT_CaptureStart(captureFile, captureLimit) != 0)
+        return fail("cannot capture to " + captureFile, 2);
 
     void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (handle == nullptr)
@@ -186,6 +210,7 @@ int main(int argc, char** argv)
     int code = init();
     if (code != 0) {
         PLT_Shutdown();
+        PLT_CaptureStop();
         return fail("KIVO_ExpInit failed with code " + std::to_string(code), 4);
     }
     /* Created after the module's task: a request sent without a source
@@ -196,9 +221,10 @@ int main(int argc, char** argv)
     PLT_Drain();
 
     if (!enter.empty()) {
-        PLT_TerminalLine(enter.c_str());
+        typeLine(enter);
         if (PLT_CurrentConsole() != enter) {
             PLT_Shutdown();
+            PLT_CaptureStop();
             return fail("no console named " + enter, 2);
         }
     }
@@ -222,9 +248,10 @@ int main(int argc, char** argv)
         }
         if (utf8Terminal)
             line = ZEMBRA::Phonebook::utf8ToLatin1(line);
-        PLT_TerminalLine(line.c_str());
+        typeLine(line);
     }
     PLT_Drain();
     PLT_Shutdown();
+    PLT_CaptureStop();
     return 0;
 }

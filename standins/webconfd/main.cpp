@@ -25,6 +25,7 @@
 #include <string>
 
 #include "import.h"
+#include "platform/capture.h"
 #include "platform/log.h"
 #include "platform/manmsg.h"
 #include "platform/mantask.h"
@@ -58,6 +59,9 @@ const char kUsage[] =
     "  --reply-records N      records per reply, 1 to 100 (default 20)\n"
     "  --client-ttl SECONDS   how long a client stays known (default 600)\n"
     "  -v, --verbose          log every request\n"
+    "  --capture FILE         write every datagram sent and received to FILE (pcap;\n"
+    "                         it holds phonebook data; docs/capture.md)\n"
+    "  --capture-limit N      stop writing the capture at N bytes (default 67108864)\n"
     "  -h, --help             this text\n"
     "\n"
     "faults (off by default):\n"
@@ -276,6 +280,8 @@ int main(int argc, char** argv)
     std::string ipcDir = PLT_DefaultIpcDir();
     std::string importFile;
     webconfd::ServerOptions options;
+    std::string captureFile;
+    unsigned long captureLimit = 64UL << 20;
 
     for (int i = 1; i < argc; i++) {
         const std::string arg = argv[i];
@@ -291,6 +297,10 @@ int main(int argc, char** argv)
             ipcDir = value;
         } else if (arg == "--import" && value) {
             importFile = value;
+        } else if (arg == "--capture" && value) {
+            captureFile = value;
+        } else if (arg == "--capture-limit" && parseNumber(value, 0xFFFFFFFFUL, &n)) {
+            captureLimit = n;
         } else if (arg == "--reply-records" && parseNumber(value, 100, &n) && n > 0) {
             options.recordsPerReply = static_cast<int32_t>(n);
         } else if (arg == "--client-ttl" && parseNumber(value, 86400L * 365, &n)) {
@@ -361,6 +371,10 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "webconfd: cannot use the IPC directory %s\n", ipcDir.c_str());
         return 2;
     }
+    if (!captureFile.empty() && PLT_CaptureStart(captureFile, captureLimit) != MAN_OK) {
+        std::fprintf(stderr, "webconfd: cannot capture to %s\n", captureFile.c_str());
+        return 2;
+    }
     /* Counted before the task serves: from then on only the task uses the
      * store. */
     const long long contacts = static_cast<long long>(store.contactCount());
@@ -369,6 +383,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "webconfd: cannot serve at %s/%s (is another webconfd running there?)\n",
                      ipcDir.c_str(), kAddress);
         PLT_Shutdown();
+        PLT_CaptureStop();
         return 1;
     }
     LOG_ExpInfo(kFile, "main", __LINE__, "serving %s (%lld contacts) at %s/%s", dbPath.c_str(),
@@ -391,6 +406,7 @@ int main(int argc, char** argv)
     }
     g_stopChanged.notify_all();
     PLT_Shutdown();
+    PLT_CaptureStop();
     g_server = nullptr;
     LOG_ExpInfo(kFile, "main", __LINE__, "stopped");
     return 0;

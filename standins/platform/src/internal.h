@@ -1,13 +1,16 @@
 /*
- * What the two platform builds share below their public headers: the raw
- * message block that tasks receive, and the hook through which the recording
- * build makes calls fail on demand.
+ * What the platform builds share below their public headers: the raw
+ * message block that tasks receive, the hook through which the recording
+ * build makes calls fail on demand, and the log's formatting with the hooks
+ * through which each build takes its records.
  */
 #ifndef PLATFORM_INTERNAL_H
 #define PLATFORM_INTERNAL_H
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "platform/fault.h"
 #include "platform/standin.h"
@@ -56,6 +59,17 @@ int faultFor(Fault which);
 /* Every Create, with the flags and size hint the message itself does not
  * keep; the recording build records them, the working build ignores them. */
 void noteCreate(unsigned int primitive, unsigned int flags, int size);
+
+/* The text of a log record or of terminal output: the printf format
+ * applied to its arguments. "" for a null format, "(bad format)" when the
+ * C library refuses it. */
+std::string formatText(const char* format, va_list ap);
+
+/* The log and terminal calls (logformat.cpp) hand their arguments to these,
+ * which each build defines: the working build writes them out, the
+ * recording build records them, the benchmark build counts them. */
+void writeLog(int level, const char* file, const char* function, int line, const char* format, va_list ap);
+void writeTerminal(const char* format, va_list ap);
 
 }  // namespace plt
 

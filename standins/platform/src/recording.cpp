@@ -34,20 +34,6 @@ std::map<PltFault, FaultPlan> faults;
 std::map<const void*, int> raws;   /* raw -> times released; live while 0 */
 std::size_t live = 0;
 
-std::string vformat(const char* format, va_list args)
-{
-    va_list copy;
-    va_copy(copy, args);
-    int n = std::vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    if (n <= 0)
-        return std::string();
-    std::string out(static_cast<std::size_t>(n) + 1, '\0');
-    std::vsnprintf(&out[0], out.size(), format, args);
-    out.resize(static_cast<std::size_t>(n));
-    return out;
-}
-
 rec::Message decode(const CManMessage& msg)
 {
     rec::Message m;
@@ -343,47 +329,17 @@ void MAN_ExpPFree(void* raw)
     plt::rawFree(plt::rawOf(raw));
 }
 
-static void recordLog(int level, const char* file, const char* function, int line, const char* format,
-                      va_list args)
+void plt::writeLog(int level, const char* file, const char* function, int line, const char* format, va_list args)
 {
+    std::string text = plt::formatText(format, args);
     Guard guard(recLock);
-    rec::recorder().logs.push_back({level, file ? file : "", function ? function : "", line, vformat(format, args)});
+    rec::recorder().logs.push_back({level, file ? file : "", function ? function : "", line, std::move(text)});
     rec::recorder().calls.push_back((level == 0 ? "log " : "error ") + rec::recorder().logs.back().text);
 }
 
-/* The firmware's char* forms and our const forms record the same. */
-#define REC_LOG_BODY(level)                               \
-    va_list args;                                         \
-    va_start(args, format);                               \
-    recordLog(level, file, function, line, format, args); \
-    va_end(args)
-
-void LOG_ExpInfo(char* file, char* function, int line, const char* format, ...)
+void plt::writeTerminal(const char* format, va_list args)
 {
-    REC_LOG_BODY(0);
-}
-
-void LOG_ExpError(char* file, char* function, int line, const char* format, ...)
-{
-    REC_LOG_BODY(1);
-}
-
-void LOG_ExpInfo(const char* file, const char* function, int line, const char* format, ...)
-{
-    REC_LOG_BODY(0);
-}
-
-void LOG_ExpError(const char* file, const char* function, int line, const char* format, ...)
-{
-    REC_LOG_BODY(1);
-}
-
-void UI_ExpWritef(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    std::string text = vformat(format, args);
-    va_end(args);
+    std::string text = plt::formatText(format, args);
     Guard guard(recLock);
     rec::recorder().terminal.push_back(text);
     rec::recorder().calls.push_back("ui " + text);
