@@ -1,3 +1,5 @@
+# The platform refuses the message; then raw bytes it cannot read: shorter
+# than a primitive, a string field that runs past the end, a tag it does not know.
 fail Assign 5
 message KIVO_PRIM_RESULT str "{}"
 raw 0x00 0x83
