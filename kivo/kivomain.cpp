@@ -478,6 +478,36 @@ static std::size_t matchLength(const Contact& contact)
     return contact.numbers.empty() ? 0 : contact.numbers[0].text3.size();
 }
 
+/* Replies nest four levels deep. The reader recurses once per level, and
+ * its own limit (1000 levels) lies far past what a 256 KiB task stack
+ * holds, so a reply nested deeper than this is dropped before it is read. */
+static constexpr int KIVO_MAX_REPLY_DEPTH = 64;
+
+/* Whether `text` opens more than `limit` arrays or objects at once. Only
+ * brackets outside strings count; the text need not be valid JSON. */
+static bool nestsDeeper(const std::string& text, int limit)
+{
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); i++) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                i++;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit)
+                return true;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            depth--;
+        }
+    }
+    return false;
+}
+
 /* The reader of the replies, with CharReaderBuilder's default settings, one
  * per thread: making the builder and its reader cost more than parsing a
  * short reply. A reader starts every parse afresh, also after one that
@@ -504,6 +534,10 @@ void PbBackend::Result(const std::string& strResult)
         }
     }
 
+    if (nestsDeeper(strResult, KIVO_MAX_REPLY_DEPTH)) {
+        KIVO_LOG_ERROR(kFile, "Result", 527, "reply nested deeper than %d levels dropped", KIVO_MAX_REPLY_DEPTH);
+        return;
+    }
     Json::Value root;
     {
         std::string errors;

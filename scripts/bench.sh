@@ -7,7 +7,9 @@
 #      is installed (steady where wall time is not: set CALLGRIND=0 to skip)
 #   3. kivo_load: name searches against webconfd at concurrency 1, 8, 64
 #      against a raw datagram round trip plus the JSON floors
-#   4. the stripped size of libkivo.so
+#   4. webconfd_bench: the daemon's name and vanity searches, narrow and
+#      broad, at 1,000 and 100,000 contacts side by side
+#   5. the stripped size of libkivo.so
 # and prints the ratios. docs/performance.md explains the figures.
 #
 # Environment: BUILD_DIR, JOBS (build jobs, default 2), REPS (kivo_bench
@@ -25,7 +27,7 @@ cmake --preset bench -B "$BUILD_DIR" >/dev/null
 cmake --build "$BUILD_DIR" -j "$JOBS" --target kivo_bench kivo_load kivo_echo kivo
 # webconfd is a colleague of the suite, not part of it: without it the
 # load driver measures the raw floor only.
-cmake --build "$BUILD_DIR" -j "$JOBS" --target webconfd ||
+cmake --build "$BUILD_DIR" -j "$JOBS" --target webconfd webconfd_bench ||
   echo "bench.sh: webconfd did not build; the end-to-end run is left out" >&2
 bin=$BUILD_DIR/bin
 
@@ -69,6 +71,10 @@ if [ "$CALLGRIND" != 0 ] && command -v valgrind >/dev/null; then
       "$(instructions ${op}100000 200)"
   done
 fi
+
+echo
+echo "== webconfd_bench: name and vanity searches at 1,000 and 100,000 contacts"
+"$bin/webconfd_bench" || echo "bench.sh: webconfd_bench reported a failure" >&2
 
 echo
 echo "== kivo_load (end to end)"

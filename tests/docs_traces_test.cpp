@@ -55,7 +55,8 @@ std::set<std::string> sourceFormats(const fs::path& dir)
 {
     static const std::map<std::string, std::size_t> formatArgument = {
         {"UI_ExpWritef", 0},   {"LOG_ExpInfo", 3},   {"LOG_ExpError", 3}, {"KIVO_LOG_INFO", 3},
-        {"KIVO_LOG_ERROR", 3}, {"PLT_LOG_ERROR", 0}, {"PLT_LOG_ERROR_IN", 1}, {"fprintf", 1}};
+        {"KIVO_LOG_ERROR", 3}, {"PLT_LOG_ERROR", 0}, {"PLT_LOG_ERROR_IN", 1}, {"fprintf", 1},
+        {"writeOutputf", 1}};
     std::set<std::string> formats;
     for (const auto& entry : fs::recursive_directory_iterator(dir)) {
         if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h")

@@ -2,10 +2,12 @@
  * its kivo console with the backend's traces on, in a private directory:
  * only what needs the real programs together. */
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -26,6 +28,119 @@ const std::string kFischer = kHeader +
                              "    |--  0 * 0711 98765-0                       2 0\n"
                              "    |--  1   0711 98765-12                      2 0\n"
                              "    '--  2   0172 3456789                       3 0\n";
+
+/* A client of the daemon outside the platform: a socket bound at `name`
+ * in the IPC directory, sending requests in the platform's wire form and
+ * reading replies for at most kWaitMs each. */
+class RawClient {
+public:
+    RawClient(const std::string& ipc, const std::string& name)
+    {
+        fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un own = address(ipc + "/" + name);
+        to_ = address(ipc + "/webconfd@Local");
+        bound_ = bind(fd_, reinterpret_cast<sockaddr*>(&own), sizeof own) == 0;
+        timeval wait = {kWaitMs / 1000, 0};
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    }
+    ~RawClient() { close(fd_); }
+    bool bound() const { return bound_; }
+
+    bool request(const std::string& text)
+    {
+        CManMessage m;
+        return m.Create(0, 0, static_cast<int>(text.size())) == MAN_OK && Platform::addString(m, text) == MAN_OK &&
+               sendto(fd_, Platform::data(m), Platform::length(m), 0, reinterpret_cast<const sockaddr*>(&to_),
+                      sizeof to_) == static_cast<ssize_t>(Platform::length(m));
+    }
+    /* A search of the contacts, `type` 0 by id, 2 by name. */
+    bool search(unsigned int queryId, int type, const std::string& data, int size = 100)
+    {
+        return request("{\"queryId\":" + std::to_string(queryId) + ",\"params\":{\"kind\":\"contact\",\"type\":" +
+                       std::to_string(type) + ",\"data\":\"" + data + "\"},\"offset\":0,\"size\":" +
+                       std::to_string(size) + "}");
+    }
+    /* The next reply's JSON, "" when none came in time. */
+    std::string reply()
+    {
+        char buffer[70000];
+        const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);
+        const std::string datagram = n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : "";
+        const std::size_t json = datagram.find('{');
+        return json == std::string::npos ? "" : datagram.substr(json);
+    }
+    /* Reads one search's replies: records (one a reply) before its end,
+     * and whether it ended. */
+    int answer(bool* ended)
+    {
+        int records = 0;
+        *ended = false;
+        for (std::string r = reply(); !r.empty() && !*ended; r = reply()) {
+            *ended = r.find("\"items\":[]") != std::string::npos;
+            records += *ended ? 0 : 1;
+            if (*ended)
+                break;
+        }
+        return records;
+    }
+
+private:
+    static sockaddr_un address(const std::string& path)
+    {
+        sockaddr_un a{};
+        a.sun_family = AF_UNIX;
+        std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
+        return a;
+    }
+    int fd_ = -1;
+    bool bound_ = false;
+    sockaddr_un to_{};
+};
+
+/* Waits at most kWaitMs for `path` to exist. */
+bool appears(const std::string& path)
+{
+    for (int ms = 0; ms < kWaitMs; ms += 10) {
+        if (access(path.c_str(), F_OK) == 0)
+            return true;
+        usleep(10000);
+    }
+    return false;
+}
+
+/* webconfd with its standard output and error on the pipe `err` only. */
+pid_t spawnDaemon(const std::vector<std::string>& argv, int err)
+{
+    std::vector<char*> args;
+    for (const std::string& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        signal(SIGPIPE, SIG_DFL);   // as a shell starts it; Program ignores it in the tests
+        if (dup2(err, 1) < 0 || dup2(err, 2) < 0)
+            _exit(127);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+/* SIGTERM, then its exit code within kWaitMs; -1 when it was killed by a
+ * signal, -2 when it did not end in time (it is then killed). */
+int terminate(pid_t pid)
+{
+    kill(pid, SIGTERM);
+    for (int ms = 0; ms < kWaitMs; ms += 10) {
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        usleep(10000);
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return -2;
+}
 
 class E2E : public ::testing::Test {
 protected:
@@ -153,6 +268,71 @@ TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
     close(frozen);
 }
 
+/* Linux queues ten datagrams per socket, so a long answer fills the queue
+ * of a client that reads all the time: the daemon waits for room instead
+ * of dropping replies, and every record arrives before the end. */
+TEST_F(E2E, AReadingClientGetsEveryRecordOfALongAnswer)
+{
+    const std::string file = dir.path() + "/many.jsonl";
+    {
+        std::ofstream out(file);
+        for (int i = 0; i < 300; i++)
+            out << "{\"contact\": {\"lastName\": \"Schr" << 1000 + i << "\"}}\n";
+    }
+    Program import({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--import", file});
+    ASSERT_EQ(import.finish(), 0) << import.out();
+    startDaemon({"--reply-records", "1"});
+    RawClient reader(ipc, "reader@Local");
+    ASSERT_TRUE(reader.bound());
+    for (unsigned int id = 0; id < 3; id++) {
+        ASSERT_TRUE(reader.search(id, 2, "schr", 1000));
+        bool ended = false;
+        EXPECT_EQ(reader.answer(&ended), 300) << "search " << id;
+        EXPECT_TRUE(ended) << "search " << id;
+    }
+}
+
+/* The daemon's log waits for nobody: with -v and a standard error that is
+ * never read it answers every search, and SIGTERM ends it. */
+TEST_F(E2E, ALogNobodyReadsHoldsUpNothing)
+{
+    int err[2];
+    ASSERT_EQ(pipe2(err, O_CLOEXEC), 0);
+    const pid_t pid = spawnDaemon({WEBCONFD, "-v", "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc}, err[1]);
+    close(err[1]);
+    ASSERT_TRUE(appears(ipc + "/webconfd@Local"));
+    RawClient client(ipc, "client@Local");
+    int answered = 0;
+    for (unsigned int id = 0; id < 3000; id++) {   // some 300 KB of log, a pipe holds 64 KiB
+        bool ended = false;
+        if (!client.search(id, 0, "7") || client.answer(&ended) != 1 || !ended)
+            break;
+        answered++;
+    }
+    EXPECT_EQ(answered, 3000);
+    EXPECT_EQ(terminate(pid), 0);
+    close(err[0]);
+}
+
+/* When the reader of its standard error has gone, the next log record
+ * fails to be written, and the daemon goes on. */
+TEST_F(E2E, ALogReaderThatLeavesKillsNothing)
+{
+    int err[2];
+    ASSERT_EQ(pipe2(err, O_CLOEXEC), 0);
+    close(err[0]);
+    const pid_t pid = spawnDaemon({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc}, err[1]);
+    close(err[1]);
+    ASSERT_TRUE(appears(ipc + "/webconfd@Local"));
+    RawClient client(ipc, "client@Local");
+    ASSERT_TRUE(client.request("not json"));   // logged
+    ASSERT_TRUE(client.search(1, 0, "7"));
+    bool ended = false;
+    EXPECT_EQ(client.answer(&ended), 1);
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(terminate(pid), 0);
+}
+
 /* Mistakes on the command line and files that are no phonebook end the
  * program with a code and a line saying why; a first start that did not
  * finish leaves nothing a later start would take for an empty phonebook. */
@@ -233,6 +413,36 @@ TEST_F(E2E, UpArrowRecallsALineAlsoAfterARestart)
     struct stat st;
     ASSERT_EQ(stat((dir.path() + "/state/kivo/host-history").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+/* A history "file" that is a FIFO is neither read nor written: opening it
+ * would wait for a writer (or reader) before the first prompt. */
+TEST_F(E2E, AFifoAsTheHistoryHoldsUpNothing)
+{
+    const std::string state = dir.path() + "/state";
+    ASSERT_EQ(mkdir(state.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir((state + "/kivo").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo((state + "/kivo/host-history").c_str(), 0600), 0);
+    Program terminal({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"}, {"XDG_STATE_HOME=" + state, "TERM=vt100"}, true);
+    terminal.send("ts info 1");
+    EXPECT_TRUE(terminal.waitOut("KIVO_DebugSet pName info  iValue 1")) << terminal.out();
+    EXPECT_EQ(terminal.finish(), 0) << terminal.out();
+}
+
+
+/* Input without line ends costs the host a bounded line, not the input's
+ * size: the overlong line is reported and skipped, never typed, and the
+ * next line is read as usual. */
+TEST_F(E2E, AnOverlongInputLineIsSkippedNotTyped)
+{
+    Program host({KIVO_HOST, "--ipc-dir", ipc, "--enter", "kivo"});
+    host.send(std::string(1 << 20, 'x'));
+    host.send("ts info 1");
+    EXPECT_TRUE(host.waitOut("KIVO_DebugSet pName info  iValue 1")) << host.out().substr(0, 400);
+    EXPECT_EQ(host.finish(), 0);
+    EXPECT_NE(host.out().find("kivo-host: input line 1 longer than 65536 bytes, ignored\n"), std::string::npos)
+        << host.out().substr(0, 400);
+    EXPECT_EQ(host.out().find("xxxx"), std::string::npos) << "nothing of the overlong line was typed";
 }
 
 }  // namespace

@@ -133,6 +133,13 @@ const Mistake kMistakes[] = {
      ""},
     {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback); }, MAN_E_STATE, ""},
     {"NameTaken", [](Working&) { return MAN_ExpTCreate("B", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_STATE, ""},
+    {"IpcDirLongButShortOnceResolved", [](Working& w) { return PLT_SetIpcDir(w.ipc + std::string(60, '/') + "."); },
+     MAN_OK, "", false},
+    {"IpcDirTooLongOnceResolved", [](Working& w) { return PLT_SetIpcDir(w.ipc + "/" + std::string(56, 'd')); },
+     MAN_E_SIZE, "setIpcDirLocked: IPC directory {long} refused: it is {long}, longer than the 56 bytes a socket "
+                 "address leaves for it", false},
+    {"IpcDirEmpty", [](Working&) { return PLT_SetIpcDir(""); }, MAN_E_SIZE,
+     "setIpcDirLocked: IPC directory of 0 bytes refused: no path", false},
     {"IpcDirOthersCanEnter", [](Working& w) { return chmod(w.ipc.c_str(), 0755) + PLT_SetIpcDir(w.ipc); }, MAN_E_IO,
      "setIpcDirLocked: IPC directory {ipc} refused: must be a directory of this user with mode 0700", false},
     {"SendToNoAddress", [](Working& w) { return PLT_SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
@@ -165,9 +172,11 @@ TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
     char raw[32];
     std::snprintf(raw, sizeof raw, "%p", locked([] { return g_raw; }));
     std::string log = GetParam().log.empty() ? "" : "ERROR platform " + GetParam().log + "\n";
-    for (const auto& token : {std::make_pair("{raw}", std::string(raw)), std::make_pair("{ipc}", ipc)})
-        if (log.find(token.first) != std::string::npos)
-            log.replace(log.find(token.first), 5, token.second);
+    for (const auto& token : {std::make_pair(std::string("{raw}"), std::string(raw)),
+                              std::make_pair(std::string("{long}"), ipc + "/" + std::string(56, 'd')),
+                              std::make_pair(std::string("{ipc}"), ipc)})
+        for (std::size_t at; (at = log.find(token.first)) != std::string::npos;)
+            log.replace(at, token.first.size(), token.second);
     EXPECT_EQ(locked([] { return g_log; }), log);
     if (GetParam().tasks) {
         CManMessage& m = message(0x00830002);

@@ -41,6 +41,8 @@ public:
 
     pid_t pid() const { return pid_; }
     void send(const std::string& line) { type(line + "\n"); }
+    /* Keys as typed, no line end added (at a terminal: once it reads them raw). */
+    void type(const std::string& keys);
     std::string out();   // all it wrote so far
     /* Whether the output from offset `from` on came to hold `needle`. */
     bool waitOut(const std::string& needle, std::size_t from = 0);
@@ -52,8 +54,6 @@ private:
     int in_ = -1, out_ = -1;   // the pipes' ends, or twice the terminal
     int exitCode_ = -1;
     std::string output_;
-
-    void type(const std::string& keys);
 };
 
 #endif

@@ -122,6 +122,63 @@ TEST(Store, AWriterWaitsForAnotherDaemonsTransaction)
     sqlite3_vfs_register(real, 1);
 }
 
+/* The text of a column of the first row of `sql` on the file. */
+std::string sqlValue(const std::string& path, const char* sql, int column = 0)
+{
+    sqlite3* db = nullptr;
+    sqlite3_stmt* stmt = nullptr;
+    std::string value = "(no row)";
+    if (sqlite3_open(path.c_str(), &db) == SQLITE_OK && sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
+        sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_text(stmt, column) != nullptr)
+        value = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
+    sqlite3_finalize(stmt);
+    sqlite3_close(db);
+    return value;
+}
+
+/* Name and vanity searches read a range of an index, not every contact. A
+ * file of version 1, without those indexes, is brought to version 2 when
+ * it is opened, in one transaction, and keeps its contacts. */
+TEST(Store, AVersion1FileGetsTheKeyIndexesInPlace)
+{
+    TempDir dir;
+    const std::string path = dir.path() + "/pb.db";
+    const char indexes[] = "SELECT group_concat(name, ' ') FROM (SELECT name FROM sqlite_master "
+                           "WHERE type = 'index' AND tbl_name = 'contacts' AND sql IS NOT NULL ORDER BY name)";
+    const std::string all =
+        "contacts_first_digits contacts_first_key contacts_last_digits contacts_last_key contacts_order";
+    std::string error;
+    int32_t byName = -1, byKeypad = -1;
+    {
+        Store store;
+        ASSERT_TRUE(store.open(path, &error)) << error;
+        ASSERT_EQ(0, webconfd::importSample(store).rejected);
+        byName = store.contactsByName("w", webconfd::Page()).total;
+        byKeypad = store.contactsByKeypad("9", webconfd::Page()).total;
+    }
+    EXPECT_EQ(byName, 6);
+    EXPECT_EQ(sqlValue(path, "PRAGMA user_version"), "2");
+    EXPECT_EQ(sqlValue(path, indexes), all);
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, "DROP INDEX contacts_first_digits; DROP INDEX contacts_first_key; "
+                                          "DROP INDEX contacts_last_digits; DROP INDEX contacts_last_key; "
+                                          "PRAGMA user_version = 1", nullptr, nullptr, nullptr));
+    sqlite3_close(db);
+    ASSERT_EQ(sqlValue(path, indexes), "contacts_order");
+    {
+        Store store;
+        ASSERT_TRUE(store.open(path, &error, true)) << error;
+        EXPECT_EQ(byName, store.contactsByName("w", webconfd::Page()).total);
+        EXPECT_EQ(byKeypad, store.contactsByKeypad("9", webconfd::Page()).total);
+    }
+    EXPECT_EQ(sqlValue(path, "PRAGMA user_version"), "2");
+    EXPECT_EQ(sqlValue(path, indexes), all);
+    EXPECT_NE(sqlValue(path, "EXPLAIN QUERY PLAN SELECT id FROM contacts WHERE last_key >= 'w' AND last_key < 'x'", 3)
+                  .find("INDEX contacts_last_key"),
+              std::string::npos);
+}
+
 /* Files the store must refuse: one that is no database, a damaged one, and
  * the empty one that a first start which did not finish leaves (the next
  * start must make it anew, not serve it as an empty phonebook). */
@@ -342,3 +399,70 @@ TEST_P(Handling, RequestsToReplies)
 
 INSTANTIATE_TEST_SUITE_P(Webconfd, Handling, ::testing::ValuesIn(kExchanges), rowName<Exchange>);
 
+
+/* ---- import --------------------------------------------------------------- */
+
+namespace {
+
+/* A line of `length` bytes of 'a' (no end), then a line with a contact.
+ * Once it has given a megabyte past the longest line a record can have, it
+ * looks whether the import has refused the line already; if not, it ends
+ * there, and the test sees that the line was read whole first. */
+class EndlessLine : public std::streambuf {
+public:
+    explicit EndlessLine(std::size_t length) : left_(length) {}
+    bool refusedInTime = true;
+
+protected:
+    int_type underflow() override
+    {
+        if (left_ > 0) {
+            given_ += sizeof chunk_;
+            if (given_ > (1u << 20) + 8 * 16384 && g_log.find("line longer than") == std::string::npos) {
+                refusedInTime = false;
+                return traits_type::eof();
+            }
+            std::fill(chunk_, chunk_ + sizeof chunk_, 'a');
+            const std::size_t n = std::min(left_, sizeof chunk_);
+            left_ -= n;
+            setg(chunk_, chunk_, chunk_ + n);
+            return traits_type::to_int_type('a');
+        }
+        if (tail_.empty())
+            return traits_type::eof();
+        std::copy(tail_.begin(), tail_.end(), chunk_);
+        setg(chunk_, chunk_, chunk_ + tail_.size());
+        tail_.clear();
+        return traits_type::to_int_type(chunk_[0]);
+    }
+
+private:
+    std::size_t left_;
+    std::size_t given_ = 0;
+    std::string tail_ = "\n{\"contact\": {\"uid\": \"m1\", \"lastName\": \"Mill\"}}\n";
+    char chunk_[65536];
+};
+
+}  // namespace
+
+/* A line longer than any record can be (a 100 MB one took 1.3 GB and
+ * aborted) is refused with its number as soon as it is that long; its rest
+ * is skipped, never held, and the next line is read. */
+TEST(Import, ALineLongerThanAnyRecordIsRefusedAsItIsRead)
+{
+    TempDir dir;
+    Store store;
+    std::string error;
+    ASSERT_TRUE(store.open(dir.path() + "/pb.db", &error)) << error;
+    EndlessLine source(64u << 20);
+    std::istream in(&source);
+    g_log.clear();
+    PLT_SetLogSink(logTo);
+    const webconfd::ImportReport r = webconfd::importRecords(store, in, "big.jsonl");
+    PLT_SetLogSink(nullptr);
+    EXPECT_TRUE(source.refusedInTime) << "the line was read whole before it was refused";
+    EXPECT_EQ(g_log, "ERROR importRecords: big.jsonl:1: line longer than 131072 bytes, refused\n");
+    EXPECT_EQ(r.rejected, 1);
+    EXPECT_EQ(r.contacts, 1);
+    EXPECT_FALSE(r.failed);
+}

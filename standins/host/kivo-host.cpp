@@ -24,8 +24,10 @@
 #include "platform/dtm.h"
 #include "platform/log.h"
 #include "platform/mantask.h"
+#include "platform/output.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
+#include "service-console.h"
 #include "terminal-text.h"
 
 namespace {
@@ -34,9 +36,11 @@ const char kUsage[] =
     "usage: kivo-host [options]\n"
     "\n"
     "Loads the kivo module, starts it and runs the debug terminal on standard\n"
-    "input. At the top level a line naming a console (\"kivo\") enters it; inside,\n"
-    "every line goes to the console until it returns (\"q\"). Lines beginning\n"
-    "with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\" ends the host.\n"
+    "input. At the top level a line naming a console enters it: \"kivo\", the\n"
+    "module's own, or \"svc\", which plays another service of the firmware;\n"
+    "inside, every line goes to the console until it returns (\"q\"). Lines\n"
+    "beginning with '!' are the terminal's own: \"!sleep MS\" waits, \"!quit\"\n"
+    "ends the host.\n"
     "End of input ends the host once the tasks have handled what is queued.\n"
     "At a terminal the arrow keys edit the line and recall earlier lines; the\n"
     "history is kept in $XDG_STATE_HOME/kivo/host-history (default\n"
@@ -56,6 +60,10 @@ const char kUsage[] =
     "  --capture-limit N    stop writing the capture at N bytes (default 67108864)\n"
     "  --help               this text\n";
 
+/* Terminal output and log records waiting for a slow reader at the most;
+ * more is dropped and counted, so that no task waits for the reader. */
+constexpr std::size_t kOutputQueueBytes = 256 * 1024;
+
 /* Longest "!sleep": one day. */
 constexpr unsigned long kMaxSleepMs = 86400000;
 
@@ -65,14 +73,16 @@ constexpr unsigned long kCaptureLimit = 64UL << 20;
 /* Index of the task that receives the module's cache-clear notices. */
 constexpr int kCacheTask = 64;
 
+/* Length of the module's query timer in timer units. */
+constexpr unsigned long kQueryTimerUnits = 5000;
+
 bool utf8Terminal;
 
 /* The module's output when standard output is a terminal. */
 void toTerminal(const char* bytes, std::size_t length)
 {
     const std::string text = host::forTerminal(std::string(bytes, length), utf8Terminal);
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    PLT_Output(1, text.data(), text.size());
 }
 
 /* Stand-in for the service that caches the phonebook's configuration. */
@@ -189,6 +199,7 @@ int main(int argc, char** argv)
     const bool interactive = isatty(STDIN_FILENO);
     const bool terminalOut = isatty(STDOUT_FILENO);
     utf8Terminal = terminalOut && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    PLT_StartBoundedOutput(kOutputQueueBytes);
     if (terminalOut)
         PLT_SetTerminalSink(toTerminal);
 
@@ -219,6 +230,14 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "kivo-host: no stand-in for task %d\n", kCacheTask);
     /* The module works once its task has handled the start event. */
     PLT_Drain();
+
+    host::ModuleExports exports;
+    std::string missing;
+    if (!host::lookUpExports(handle, &exports, &missing))
+        std::fprintf(stderr, "kivo-host: module %s has no %s: no console svc\n", module.c_str(), missing.c_str());
+    else if (host::registerServiceConsole(exports, static_cast<long>(kQueryTimerUnits * timerUnitUs / 1000),
+                                          terminalOut) != 0)
+        std::fprintf(stderr, "kivo-host: cannot register the console svc\n");
 
     if (!enter.empty()) {
         typeLine(enter);
@@ -253,5 +272,6 @@ int main(int argc, char** argv)
     PLT_Drain();
     PLT_Shutdown();
     PLT_CaptureStop();
+    PLT_FinishOutput();
     return 0;
 }

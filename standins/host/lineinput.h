@@ -28,8 +28,13 @@ public:
     static std::string historyPath();
 
 private:
+    /* A line from a pipe or file, at most kInputLineMax bytes; a longer one
+     * is reported and skipped. */
+    bool readBounded(std::string* line);
+
     struct Editor;
     Editor* editor_ = nullptr;
+    unsigned long lineNumber_ = 0;
 };
 
 #endif

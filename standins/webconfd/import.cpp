@@ -33,6 +33,42 @@ namespace {
 
 const char kFile[] = "webconfd";
 
+/* No record's line is longer, even with every character of a record of
+ * kMaxRecordBytes written as a \uXXXX escape (6 bytes) and some room for
+ * blanks; a longer line is refused as soon as it is that long, instead of
+ * being read whole into memory. */
+constexpr std::size_t kMaxLineBytes = 8 * kMaxRecordBytes;
+
+/* Reads the next line, without its end, into `text`; false at the end of
+ * the input. Stops at kMaxLineBytes with *tooLong, the rest of the line
+ * unread. */
+bool readLine(std::istream& in, std::string* text, bool* tooLong)
+{
+    text->clear();
+    *tooLong = false;
+    std::streambuf* buffer = in.rdbuf();
+    bool any = false;
+    for (int c = buffer->sbumpc(); c != std::char_traits<char>::eof(); c = buffer->sbumpc()) {
+        any = true;
+        if (c == '\n')
+            return true;
+        if (text->size() == kMaxLineBytes) {
+            *tooLong = true;
+            return true;
+        }
+        text->push_back(static_cast<char>(c));
+    }
+    return any;
+}
+
+/* Skips the rest of a line. */
+void skipLine(std::istream& in)
+{
+    std::streambuf* buffer = in.rdbuf();
+    for (int c = buffer->sbumpc(); c != std::char_traits<char>::eof() && c != '\n'; c = buffer->sbumpc()) {
+    }
+}
+
 /* Stores one line's record; false with the reason when the line is none. */
 bool importLine(Store& store, const Json::Value& line, ImportReport* report, std::string* why)
 {
@@ -95,8 +131,16 @@ ImportReport importRecords(Store& store, std::istream& in, const std::string& or
     }
     std::string text;
     unsigned long number = 0;
-    while (!report.failed && std::getline(in, text)) {
+    bool tooLong = false;
+    while (!report.failed && readLine(in, &text, &tooLong)) {
         number++;
+        if (tooLong) {
+            LOG_ExpError(kFile, "importRecords", __LINE__, "%s:%lu: line longer than %lu bytes, refused",
+                         origin.c_str(), number, static_cast<unsigned long>(kMaxLineBytes));
+            report.rejected++;
+            skipLine(in);
+            continue;
+        }
         if (!text.empty() && text.back() == '\r')
             text.pop_back();
         const std::size_t start = text.find_first_not_of(" \t");

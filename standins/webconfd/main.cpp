@@ -5,13 +5,18 @@
  * SIGUSR1 sends a config-changed notice to every known client.
  *
  * Threads: requests are handled on the task's thread; the main thread only
- * waits for signals. Both send through the server, which serialises them.
+ * waits for signals. Both post their replies to the outbox, which sends at
+ * once what the receiver has room for; its own thread retries the rest.
+ * Another thread writes the log buffer out to standard error.
  */
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,9 +30,11 @@
 #include <string>
 
 #include "import.h"
+#include "outbox.h"
 #include "platform/capture.h"
 #include "platform/log.h"
 #include "platform/manmsg.h"
+#include "platform/output.h"
 #include "platform/mantask.h"
 #include "platform/runtime.h"
 #include "platform/standin.h"
@@ -58,6 +65,8 @@ const char kUsage[] =
     "                         only what was imported\n"
     "  --reply-records N      records per reply, 1 to 100 (default 20)\n"
     "  --client-ttl SECONDS   how long a client stays known (default 600)\n"
+    "  --send-patience-ms N   give up on a client that takes no reply for N ms\n"
+    "                         (1 to 60000, default 2000)\n"
     "  -v, --verbose          log every request\n"
     "  --capture FILE         write every datagram sent and received to FILE (pcap;\n"
     "                         it holds phonebook data; docs/capture.md)\n"
@@ -73,6 +82,10 @@ const char kUsage[] =
     "  --fault-duplicate      send every reply twice\n"
     "\n"
     "docs/webconfd.md describes the search meanings and the import format.\n";
+
+/* Log records waiting for standard error, at most; and how long the end
+ * waits for them to be written. */
+constexpr std::size_t kLogBufferBytes = 256 * 1024;
 
 webconfd::Server* g_server;
 
@@ -126,21 +139,67 @@ bool makeParents(const std::string& path)
     return true;
 }
 
+/* What a failed send means: the destination is gone when nothing is bound
+ * at its address any more (ENOENT, or ECONNREFUSED for a socket file its
+ * killed owner left), else its queue is full. A socket connected to the
+ * destination, never sent on, tells without sending: it is writable when
+ * the destination's queue has room. */
+webconfd::SendResult probe(const std::string& destination, bool* writable)
+{
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return webconfd::SendResult::Full;   // cannot tell: try again later
+    sockaddr_un sa{};
+    sa.sun_family = AF_UNIX;
+    const std::string path = PLT_IpcDir() + "/" + destination;
+    webconfd::SendResult result = webconfd::SendResult::Full;
+    if (path.size() < sizeof sa.sun_path) {
+        std::memcpy(sa.sun_path, path.c_str(), path.size() + 1);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
+            if (errno == ENOENT || errno == ECONNREFUSED)
+                result = webconfd::SendResult::Gone;
+        } else if (writable != nullptr) {
+            pollfd p{fd, POLLOUT, 0};
+            *writable = ::poll(&p, 1, 0) == 1 && (p.revents & POLLOUT) != 0;
+        }
+    }
+    ::close(fd);
+    return result;
+}
+
+webconfd::SendResult sendNow(const std::string& destination, const std::string& text, bool retry)
+{
+    /* A retry asks first, so that the platform does not count every try
+     * at a full queue as a dropped message. */
+    bool writable = true;
+    if (retry && probe(destination, &writable) == webconfd::SendResult::Gone)
+        return webconfd::SendResult::Gone;
+    if (!writable)
+        return webconfd::SendResult::Full;
+    CManMessage msg;
+    if (msg.Create(webconfd::kReplyPrimitive, 0, static_cast<int>(text.size() + 5)) != MAN_OK ||
+        Platform::addString(msg, text) != MAN_OK) {
+        LOG_ExpError(kFile, "send", __LINE__, "reply of %lu bytes to %s does not fit a message",
+                     static_cast<unsigned long>(text.size()), destination.c_str());
+        return webconfd::SendResult::Refused;
+    }
+    const int rc = PLT_SendIpc(msg, kAddress, destination.c_str());
+    msg.Delete();
+    if (rc == MAN_OK)
+        return webconfd::SendResult::Sent;
+    if (rc != MAN_E_IO)
+        return webconfd::SendResult::Refused;   // logged by the platform
+    return probe(destination, nullptr);
+}
+
+webconfd::Outbox* g_outbox;
+
 void send(const std::vector<webconfd::Outgoing>& messages)
 {
     for (const webconfd::Outgoing& m : messages) {
         if (m.delayMs > 0 && !delay(m.delayMs))
             return;
-        CManMessage msg;
-        if (msg.Create(webconfd::kReplyPrimitive, 0, static_cast<int>(m.text.size() + 5)) != MAN_OK ||
-            Platform::addString(msg, m.text) != MAN_OK) {
-            LOG_ExpError(kFile, "send", __LINE__, "reply of %lu bytes to %s does not fit a message",
-                         static_cast<unsigned long>(m.text.size()), m.destination.c_str());
-            continue;
-        }
-        /* A failed send is logged by the platform; nothing is retried. */
-        cManIO.SendIpc(msg, kAddress, m.destination.c_str());
-        msg.Delete();
+        g_outbox->post(m);
     }
 }
 
@@ -282,6 +341,7 @@ int main(int argc, char** argv)
     webconfd::ServerOptions options;
     std::string captureFile;
     unsigned long captureLimit = 64UL << 20;
+    webconfd::OutboxLimits outboxLimits;
 
     for (int i = 1; i < argc; i++) {
         const std::string arg = argv[i];
@@ -305,6 +365,8 @@ int main(int argc, char** argv)
             options.recordsPerReply = static_cast<int32_t>(n);
         } else if (arg == "--client-ttl" && parseNumber(value, 86400L * 365, &n)) {
             options.clientTtlSeconds = static_cast<int64_t>(n);
+        } else if (arg == "--send-patience-ms" && parseNumber(value, 60000, &n) && n > 0) {
+            outboxLimits.patienceMs = static_cast<int64_t>(n);
         } else if (arg == "--fault-delay-ms" && parseNumber(value, 60000, &n)) {
             options.faults.delayMs = static_cast<uint32_t>(n);
         } else if (arg == "--fault-drop" && parseNumber(value, 100, &n)) {
@@ -331,6 +393,9 @@ int main(int argc, char** argv)
     /* Over a file-size limit a write fails (and is reported) instead of
      * killing the daemon. */
     ::signal(SIGXFSZ, SIG_IGN);
+    /* Likewise a write to a standard error whose reader has gone: the log
+     * writer drops what it cannot write. */
+    ::signal(SIGPIPE, SIG_IGN);
     const bool existed = ::access(dbPath.c_str(), F_OK) == 0;
     if (!existed && !makeParents(dbPath)) {
         std::fprintf(stderr, "webconfd: cannot create the directory of %s: %s\n", dbPath.c_str(),
@@ -361,12 +426,17 @@ int main(int argc, char** argv)
     sigaddset(&signals, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
+    /* From here on no log record waits for standard error to take it. */
+    PLT_StartBoundedOutput(kLogBufferBytes);
     webconfd::Server server(store, options);
     g_server = &server;
     /* A client that does not read its replies must not hold up the others:
-     * a reply its full queue cannot take now is dropped (logged), and its
-     * search ends by its timer. */
+     * no send waits. A reply its full queue cannot take now waits in the
+     * outbox, within its bounds. */
     PLT_SetSendBlocking(false);
+    webconfd::Outbox outbox(sendNow, outboxLimits, [&server](const std::string& gone) { server.forget(gone); });
+    g_outbox = &outbox;
+    outbox.start();
     if (PLT_SetIpcDir(ipcDir) != MAN_OK) {
         std::fprintf(stderr, "webconfd: cannot use the IPC directory %s\n", ipcDir.c_str());
         return 2;
@@ -405,9 +475,11 @@ int main(int argc, char** argv)
         g_stopping = true;
     }
     g_stopChanged.notify_all();
+    outbox.stop();
     PLT_Shutdown();
     PLT_CaptureStop();
     g_server = nullptr;
     LOG_ExpInfo(kFile, "main", __LINE__, "stopped");
+    PLT_FinishOutput();
     return 0;
 }

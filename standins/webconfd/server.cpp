@@ -193,6 +193,7 @@ void Server::addRecords(const Request& request, int type, const Found<T>& found,
     envelope.type = type;
     envelope.total = found.total;
     Reply reply(envelope);
+    reply.search = true;
     int32_t records = 0;
     std::size_t bytes = 0;
     for (const T& record : found.items) {
@@ -201,6 +202,7 @@ void Server::addRecords(const Request& request, int type, const Found<T>& found,
         if (records > 0 && (records >= options_.recordsPerReply || bytes + size > options_.bytesPerReply)) {
             replies->push_back(std::move(reply));
             reply = Reply(envelope);
+            reply.search = true;
             records = 0;
             bytes = 0;
         }
@@ -214,7 +216,9 @@ void Server::addRecords(const Request& request, int type, const Found<T>& found,
         replies->push_back(std::move(reply));
     if (!found.ok)
         Library::message(envelope) = "database error";
-    replies->push_back(Reply(envelope));
+    Reply end(envelope);
+    end.search = true;
+    replies->push_back(std::move(end));
 }
 
 bool Server::contactRequest(const Request& request, const ContactParams& p, std::vector<Reply>* replies)
@@ -332,9 +336,11 @@ void Server::addOutgoing(const std::string& destination, Reply reply, std::vecto
     }
     if (f.notJson)
         text.resize(text.size() / 2);   // half an object never parses
+    const Outgoing m{destination, std::move(text), f.delayMs, reply.response.queryId, reply.search,
+                     reply.search && reply.items.empty()};
     if (f.duplicate)
-        out->push_back(Outgoing{destination, text, f.delayMs});
-    out->push_back(Outgoing{destination, std::move(text), f.delayMs});
+        out->push_back(m);
+    out->push_back(m);
 }
 
 std::vector<Outgoing> Server::noticesExcept(const std::string& source, int64_t now)
@@ -356,6 +362,12 @@ std::vector<Outgoing> Server::noticesExcept(const std::string& source, int64_t n
         ++it;
     }
     return out;
+}
+
+void Server::forget(const std::string& address)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    clients_.erase(address);
 }
 
 std::vector<Outgoing> Server::announceChange()

@@ -54,11 +54,15 @@ struct ServerOptions {
 };
 
 /* One message to send: its JSON text to `destination`, an IPC address,
- * after waiting `delayMs`. */
+ * after waiting `delayMs`; a reply to a search says so, and whether it is
+ * the empty one that ends the search. */
 struct Outgoing {
     std::string destination;
     std::string text;
     uint32_t delayMs;
+    uint32_t queryId = kNoQueryId;
+    bool search = false;
+    bool ends = false;
 };
 
 class Server {
@@ -76,6 +80,10 @@ public:
     /* A config-changed notice for every known client (SIGUSR1). */
     std::vector<Outgoing> announceChange();
 
+    /* Forgets a client whose socket is gone: it gets no more notices. Any
+     * thread. */
+    void forget(const std::string& address);
+
 private:
     typedef ZEMBRA::Phonebook::Request Request;
     typedef ZEMBRA::Phonebook::Response Response;
@@ -87,6 +95,7 @@ private:
         Reply(Response r) : response(std::move(r)) {}
         Response response;
         std::string items;
+        bool search = false;   // one of a search's replies
     };
 
     Store& store_;

@@ -36,7 +36,16 @@ namespace {
 
 const char kFile[] = "webconfd";
 
-constexpr int kSchemaVersion = 1;
+/* 2: the name keys and keypad digits are indexed; a file of version 1 is
+ * brought to 2 in place when it is opened. */
+constexpr int kSchemaVersion = 2;
+
+/* The indexes that make a name or keypad search a range read. */
+#define KEY_INDEXES                                                  \
+    "CREATE INDEX IF NOT EXISTS contacts_last_key ON contacts(last_key);"       \
+    "CREATE INDEX IF NOT EXISTS contacts_first_key ON contacts(first_key);"     \
+    "CREATE INDEX IF NOT EXISTS contacts_last_digits ON contacts(last_digits);" \
+    "CREATE INDEX IF NOT EXISTS contacts_first_digits ON contacts(first_digits);"
 
 const char kSchema[] =
     "CREATE TABLE contacts ("
@@ -54,6 +63,7 @@ const char kSchema[] =
     "  last_digits TEXT NOT NULL,"
     "  sort_key TEXT NOT NULL);"
     "CREATE INDEX contacts_order ON contacts(sort_key, uid);"
+    KEY_INDEXES
     "CREATE TABLE numbers ("
     "  contact_id INTEGER NOT NULL REFERENCES contacts(id) ON DELETE CASCADE,"
     "  position INTEGER NOT NULL,"
@@ -96,12 +106,26 @@ const char* const kContactColumns[] = {"backend", "uid",  "firstName", "lastName
 
 const char kBackend[] = "webconfd";
 
-/* Contact searches differ in their condition only; ?1 is the key, ?2 its
- * length in characters. */
+/* Contact searches differ in their condition only; ?1 is the key, ?2 the
+ * least text above every text that begins with it. A prefix is a range of
+ * an index, so a search reads its matches only. */
 const char kWhereUid[] = "uid = ?1";
 const char kWhereNumber[] = "id IN (SELECT contact_id FROM numbers WHERE number_key = ?1)";
-const char kWhereName[] = "(substr(last_key, 1, ?2) = ?1 OR substr(first_key, 1, ?2) = ?1)";
-const char kWhereKeypad[] = "(substr(last_digits, 1, ?2) = ?1 OR substr(first_digits, 1, ?2) = ?1)";
+const char kWhereName[] = "((last_key >= ?1 AND last_key < ?2) OR (first_key >= ?1 AND first_key < ?2))";
+const char kWhereKeypad[] =
+    "((last_digits >= ?1 AND last_digits < ?2) OR (first_digits >= ?1 AND first_digits < ?2))";
+
+/* The least text above every one that begins with `prefix` (UTF-8, which
+ * has no byte 0xFF), in the keys' binary order. */
+std::string prefixEnd(std::string prefix)
+{
+    while (!prefix.empty() && static_cast<unsigned char>(prefix.back()) == 0xFF)
+        prefix.pop_back();
+    if (prefix.empty())
+        return "\xFF";
+    prefix.back() = static_cast<char>(static_cast<unsigned char>(prefix.back()) + 1);
+    return prefix;
+}
 
 template <typename T>
 std::size_t jsonBytes(const T& record)
@@ -205,7 +229,7 @@ private:
 struct Store::Query {
     const char* where;
     std::string key;    // UTF-8
-    int64_t length;     // characters of the key
+    std::string end;    // of the key's range, for a prefix
 };
 
 Store::Store() = default;
@@ -252,6 +276,9 @@ bool Store::open(const std::string& path, std::string* error, bool mustBeComplet
             return true;
     } else if (version == kSchemaVersion) {
         return true;
+    } else if (version == 1) {
+        if (migrate(error))
+            return true;
     } else if (version == 0) {
         *error = "not a webconfd database (it has other tables)";
     } else {
@@ -259,6 +286,19 @@ bool Store::open(const std::string& path, std::string* error, bool mustBeComplet
                  " is not the one this webconfd knows (" + std::to_string(kSchemaVersion) + ")";
     }
     close();
+    return false;
+}
+
+/* Version 1 to 2: the indexes of the name keys and keypad digits, in one
+ * transaction, so that the file is either of version 1 or of version 2. */
+bool Store::migrate(std::string* error)
+{
+    const std::string sql = std::string("BEGIN IMMEDIATE;") + KEY_INDEXES + "PRAGMA user_version = " +
+                            std::to_string(kSchemaVersion) + ";COMMIT;";
+    if (exec(sql.c_str()))
+        return true;
+    *error = "cannot bring the database to version " + std::to_string(kSchemaVersion) + ": " + lastError_;
+    exec("ROLLBACK");
     return false;
 }
 
@@ -410,7 +450,7 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
                         query.where +
                         " ORDER BY sort_key, uid LIMIT ?3 OFFSET ?4) c "
                         "LEFT JOIN numbers n ON n.contact_id = c.id ORDER BY c.sort_key, c.uid, n.position");
-    rows.text(1, query.key).integer(2, query.length).integer(3, page.limit).integer(4, page.offset);
+    rows.text(1, query.key).text(2, query.end).integer(3, page.limit).integer(4, page.offset);
     int64_t current = -1;
     int rc;
     while ((rc = rows.step()) == SQLITE_ROW) {
@@ -440,7 +480,7 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
         return found;
 
     Stmt count(this, std::string("SELECT count(*) FROM contacts WHERE ") + query.where);
-    count.text(1, query.key).integer(2, query.length);
+    count.text(1, query.key).text(2, query.end);
     if (count.step() != SQLITE_ROW) {
         logError("findContacts", __LINE__, "counting contacts failed");
         found.ok = false;
@@ -452,7 +492,7 @@ Found<Contact> Store::findContacts(const Query& query, const Page& page)
 
 Found<Contact> Store::contactsById(const std::string& uid, const Page& page)
 {
-    return findContacts(Query{kWhereUid, latin1ToUtf8(uid), 0}, page);
+    return findContacts(Query{kWhereUid, latin1ToUtf8(uid), std::string()}, page);
 }
 
 Found<Contact> Store::contactsByNumber(const std::string& number, const Page& page)
@@ -460,13 +500,14 @@ Found<Contact> Store::contactsByNumber(const std::string& number, const Page& pa
     const std::string key = numberKey(number);
     if (key.empty())
         return Found<Contact>();   // no digits: nothing to compare
-    return findContacts(Query{kWhereNumber, latin1ToUtf8(key), 0}, page);
+    return findContacts(Query{kWhereNumber, latin1ToUtf8(key), std::string()}, page);
 }
 
 Found<Contact> Store::contactsByName(const std::string& prefix, const Page& page)
 {
     const std::string key = nameKey(prefix);
-    return findContacts(Query{kWhereName, latin1ToUtf8(key), static_cast<int64_t>(key.size())}, page);
+    const std::string utf8 = latin1ToUtf8(key);
+    return findContacts(Query{kWhereName, utf8, prefixEnd(utf8)}, page);
 }
 
 Found<Contact> Store::contactsByKeypad(const std::string& digits, const Page& page)
@@ -474,7 +515,7 @@ Found<Contact> Store::contactsByKeypad(const std::string& digits, const Page& pa
     const std::string key = ZEMBRA::Phonebook::vanityKey(digits);
     if (key.empty())
         return Found<Contact>();
-    return findContacts(Query{kWhereKeypad, key, static_cast<int64_t>(key.size())}, page);
+    return findContacts(Query{kWhereKeypad, key, prefixEnd(key)}, page);
 }
 
 Found<Contact> Store::contactAtPosition(int64_t position, const Page& page)

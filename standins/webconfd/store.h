@@ -110,6 +110,7 @@ private:
 
     bool exec(const char* sql);
     bool createSchema(std::string* error);
+    bool migrate(std::string* error);
     std::string freshUid(const char* counter, const char* prefix, const char* table);
     bool uidTaken(const char* table, const std::string& uid);
     bool loadContact(int64_t id, ZEMBRA::Phonebook::Contact* out);

@@ -17,6 +17,11 @@
 
 namespace plt {
 
+/* Default terminal output (fd 1) and log records (fd 2): through the
+ * bounded queue once a program has started it (output.cpp), else at once. */
+void writeOutput(int fd, const std::string& bytes);
+void writeOutputf(int fd, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
 /* A received message: a header followed by the message bytes (primitive
  * first). A task callback gets a pointer to the bytes, as on the firmware,
  * where the primitive is the first four bytes of the raw message; rawHandle

@@ -142,8 +142,11 @@ void removeSocketFiles(const Task& task);
 void deliver(Task& task, RawPtr raw, bool fromSocket = false, bool timer = false);
 void postRaw(Task& task, RawPtr raw, bool fromSocket = false);
 bool runCallback(Task& task, int event, unsigned int primitive, void* raw);
-TaskPtr taskByIndex(int taskNo);
+/* A created or assigned message, with at least its primitive. */
 bool hasBytes(const CManMessage& msg);
+/* The task with index taskNo and a raw copy of the message for it: 0, or
+ * MAN_E_STATE (no message), MAN_E_NOTASK, MAN_E_NOMEM. */
+int copyForTask(const CManMessage& msg, int taskNo, TaskPtr* task, RawPtr* raw);
 
 /* The reader and the sends (working_ipc.cpp). */
 void datagramHandled(Task& task, std::size_t length);

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -119,10 +120,14 @@ int setIpcDirLocked(const std::string& dir)
 {
     if (!g_tasks.empty())
         return MAN_E_STATE;
-    /* Longest socket path: dir "/" and the longest instance file name
-     * must fit sun_path. */
-    if (dir.empty() || dir.size() + 1 + MAX_FILE >= sizeof(sockaddr_un{}.sun_path))
+    /* Longest socket path: the directory as the kernel sees it, "/" and the
+     * longest instance file name must fit sun_path. What is given is only
+     * measured once resolved: "/tmp/a/../b/./ipc" may be short. */
+    constexpr std::size_t maxDir = sizeof(sockaddr_un{}.sun_path) - 1 - MAX_FILE - 1;
+    if (dir.empty() || dir.size() >= PATH_MAX) {
+        PLT_LOG_ERROR("IPC directory of %lu bytes refused: no path", static_cast<unsigned long>(dir.size()));
         return MAN_E_SIZE;
+    }
     bool created = false;
     for (std::size_t pos = 1; pos <= dir.size(); pos++) {
         if (pos != dir.size() && dir[pos] != '/')
@@ -152,8 +157,11 @@ int setIpcDirLocked(const std::string& dir)
     }
     const std::string canonical = resolved;
     std::free(resolved);
-    if (canonical.size() + 1 + MAX_FILE >= sizeof(sockaddr_un{}.sun_path))
+    if (canonical.size() > maxDir) {
+        PLT_LOG_ERROR("IPC directory %s refused: it is %s, longer than the %lu bytes a socket address leaves for it",
+                      dir.c_str(), canonical.c_str(), static_cast<unsigned long>(maxDir));
         return MAN_E_SIZE;
+    }
     g_ipcDir = canonical;
     g_ipcDirDev = st.st_dev;
     g_ipcDirIno = st.st_ino;

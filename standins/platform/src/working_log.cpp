@@ -72,8 +72,8 @@ void emitLog(int level, const char* file, const char* function, int line, std::s
         g_logSink(level, file, function, line, text.c_str());
         return;
     }
-    std::fprintf(stderr, "%s %s %s:%d %s\n", level == PLT_LOG_ERROR ? "ERROR" : "INFO", printable(file).c_str(),
-                 printable(function).c_str(), line, printable(text).c_str());
+    plt::writeOutputf(2, "%s %s %s:%d %s\n", level == PLT_LOG_ERROR ? "ERROR" : "INFO", printable(file).c_str(),
+                      printable(function).c_str(), line, printable(text).c_str());
 }
 
 void emitTerminal(const std::string& bytes)
@@ -83,8 +83,7 @@ void emitTerminal(const std::string& bytes)
         g_termSink(bytes.data(), bytes.size());
         return;
     }
-    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
-    std::fflush(stdout);
+    plt::writeOutput(1, bytes);
 }
 
 }  // namespace

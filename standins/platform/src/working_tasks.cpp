@@ -102,17 +102,24 @@ void postRaw(Task& task, RawPtr raw, bool fromSocket)
     });
 }
 
-TaskPtr taskByIndex(int taskNo)
-{
-    std::lock_guard<std::mutex> lock(g_mu);
-    if (taskNo < 0 || taskNo >= MAN_MAX_TASKS)
-        return nullptr;
-    return g_byIndex[taskNo];
-}
-
 bool hasBytes(const CManMessage& msg)
 {
     return Platform::data(msg) != nullptr && Platform::length(msg) >= 4;
+}
+
+int copyForTask(const CManMessage& msg, int taskNo, TaskPtr* task, RawPtr* raw)
+{
+    if (!hasBytes(msg))
+        return MAN_E_STATE;
+    {
+        std::lock_guard<std::mutex> lock(g_mu);
+        if (taskNo >= 0 && taskNo < MAN_MAX_TASKS)
+            *task = g_byIndex[taskNo];
+    }
+    if (!*task)
+        return MAN_E_NOTASK;
+    *raw = makeRaw(Platform::data(msg), Platform::length(msg));
+    return *raw ? MAN_OK : MAN_E_NOMEM;
 }
 
 namespace {
@@ -246,14 +253,10 @@ void MAN_ExpPFree(void* raw)
 
 int PLT_SendLocal(CManMessage& msg, int taskNo)
 {
-    if (!hasBytes(msg))
-        return MAN_E_STATE;
-    TaskPtr task = taskByIndex(taskNo);
-    if (!task)
-        return MAN_E_NOTASK;
-    RawPtr raw = makeRaw(Platform::data(msg), Platform::length(msg));
-    if (!raw)
-        return MAN_E_NOMEM;
+    TaskPtr task;
+    RawPtr raw(nullptr, plt::rawFree);
+    if (int code = copyForTask(msg, taskNo, &task, &raw))
+        return code;
     try {
         postRaw(*task, std::move(raw));
     } catch (const std::bad_alloc&) {

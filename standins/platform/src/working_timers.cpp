@@ -24,14 +24,10 @@ std::atomic<unsigned int> g_timerUnitUs{1000};
 
 int PLT_TimerLocal(CManMessage& msg, int taskNo, unsigned int time)
 {
-    if (!hasBytes(msg))
-        return MAN_E_STATE;
-    TaskPtr task = taskByIndex(taskNo);
-    if (!task)
-        return MAN_E_NOTASK;
-    RawPtr raw = makeRaw(Platform::data(msg), Platform::length(msg));
-    if (!raw)
-        return MAN_E_NOMEM;
+    TaskPtr task;
+    RawPtr raw(nullptr, plt::rawFree);
+    if (int code = copyForTask(msg, taskNo, &task, &raw))
+        return code;
     auto due = std::chrono::steady_clock::now() +
                std::chrono::microseconds(static_cast<uint64_t>(time) * g_timerUnitUs.load());
     /* The timer lives in its handler; a pending one is destroyed with the
