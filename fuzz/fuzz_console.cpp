@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             FUZZ_CHECK(latin1.size() < 32 && line.find(latin1) != std::string::npos);
             if (n % 2 == 0)
                 FUZZ_CHECK(change ? deliverReply(replyText(id, Acknowledge, 0))
-                                  : deliverReply(replyText(id, Contacts, 2, two)) && deliverReply(replyText(id, Contacts, 2)));
+                                  : deliverReply(replyText(id, Contacts, 2, two)) &&
+                                        deliverReply(replyText(id, Contacts, 2)));
         }
     }
     rec::fireAllTimers();

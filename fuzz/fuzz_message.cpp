@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const bool valid = decode(bytes, &fields);
         CManMessage msg;
         FUZZ_CHECK((msg.Assign(raw) == MAN_OK) == valid);
-        FUZZ_CHECK(!valid || (Platform::length(msg) == bytes.size() && std::memcmp(Platform::data(msg), bytes.data(), bytes.size()) == 0));
+        FUZZ_CHECK(!valid || (Platform::length(msg) == bytes.size() &&
+                              std::memcmp(Platform::data(msg), bytes.data(), bytes.size()) == 0));
         /* A read of the wrong type or past the end gives nothing and marks the reader. */
         for (std::size_t i = 0; valid && !Platform::readFailed(msg); i++) {
             const bool u32 = i < fields.size() ? fields[i].isU32 != ((data[0] >> (i % 7)) & 1) : data[0] & 1;

@@ -36,14 +36,17 @@ const Step kSteps[] = {
      "#3 NameAlpha \"W\" offset 2 size 2\n#3 " + kWeber + " pattern \"W\" count 6\n#3 " + kWinkler +
          " pattern \"W\" count 6\n#3 end: found, 2 delivered\n"},
     // Best match: the first of the six, once, when the sixth has come.
-    {"name best=1 W", "#4 NameAlpha \"W\" best\n#4 " + kWagner + " pattern \"W\" count 6\n#4 end: found, 1 delivered\n"},
-    {"vanity 9246", "#5 NameVanity \"9246\"\n#5 " + kWagner + " pattern \"9246\" count 1\n#5 end: found, 1 delivered\n"},
+    {"name best=1 W",
+     "#4 NameAlpha \"W\" best\n#4 " + kWagner + " pattern \"W\" count 6\n#4 end: found, 1 delivered\n"},
+    {"vanity 9246",
+     "#5 NameVanity \"9246\"\n#5 " + kWagner + " pattern \"9246\" count 1\n#5 end: found, 1 delivered\n"},
     {"index =0",
      "#6 Index 0\n#6 contact uid \"1\" name \"Albrecht\" \"Hannelore\" company \"Stadtwerke K\xF6lnbach\" numbers "
      "\"+49 711 4455-100\" \"0171 2233445\" pattern \"0\" count 1\n#6 end: found, 1 delivered\n"},
     {"events {\"from\": 1731571200, \"to\": 1731573000}",
      "#7 EventRange {\"from\":1731571200,\"to\":1731573000}\n"
-     "#7 event uid \"e3\" outgoing time 1731573000 (2024-11-14 08:30:00 UTC) duration 45 number \"0221 1234567\" name \"\"\n"
+     "#7 event uid \"e3\" outgoing time 1731573000 (2024-11-14 08:30:00 UTC) duration 45 number \"0221 1234567\" "
+     "name \"\"\n"
      "#7 event uid \"e2\" incoming time 1731572100 (2024-11-14 08:15:00 UTC) duration 312 number \"+49 160 9876543\" "
      "name \"G\xFCnther B\xE4\x63ker\"\n"
      "#7 event uid \"e1\" missed time 1731571200 (2024-11-14 08:00:00 UTC) duration 0 number \"0711 98765-12\" "
@@ -75,7 +78,8 @@ const Step kSteps[] = {
     {"events {\"from\": 1800000000}", "#14 EventRange {\"from\":1800000000}\n#14 end: nothing found\n"},
     // What a person may mistype: a line saying why, nothing sent.
     {"name offset=x W", "svc: offset= wants a whole number, not \"x\"\n"},
-    {"add contact {\"lastName\":", "svc: add contact: not JSON: * Line 1, Column 13   Syntax error: value, object or array expected.\n"},
+    {"add contact {\"lastName\":",
+     "svc: add contact: not JSON: * Line 1, Column 13   Syntax error: value, object or array expected.\n"},
     {"del event", "svc: del event wants the record's JSON on one line or its uid\n"},
     {"find W", "svc: unknown command \"find\" (help lists the commands)\n"},
 };
@@ -167,7 +171,8 @@ TEST_F(ServiceConsole, ARefusedSearchEndsAtOnce)
     run("si 0", "KIVO_GetIfcEnable() 0");
     run("q", "");
     run("svc", "");
-    EXPECT_EQ(run("id 7", "#1 end"), "#1 ID \"7\"\nINFO kivoexp KIVO_ExpQuery:94 kivo-interface disabled\n#1 end: refused\n");
+    EXPECT_EQ(run("id 7", "#1 end"),
+              "#1 ID \"7\"\nINFO kivoexp KIVO_ExpQuery:94 kivo-interface disabled\n#1 end: refused\n");
     EXPECT_EQ(run("del event e1", "e1\"\n"),
               "INFO kivoexp KIVO_ExpDelEvent:159 kivo-interface disabled\ndel refused: event uid \"e1\"\n");
     EXPECT_EQ(host->finish(), 0);

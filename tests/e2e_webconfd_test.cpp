@@ -172,7 +172,8 @@ protected:
     {
         const std::string output = run(line, " finished");
         const std::size_t start = output.rfind(kHeader);
-        const std::size_t end = std::min(output.find("Result:591 query", start), output.find("Timeout:676 query", start));
+        const std::size_t end =
+            std::min(output.find("Result:591 query", start), output.find("Timeout:676 query", start));
         return start == std::string::npos ? "(no table in: " + output + ")" : output.substr(start, end - start);
     }
 
@@ -185,16 +186,18 @@ TEST_F(E2E, ConsoleSearchesAndChangesGoToTheDaemonAndBack)
 {
     startDaemon({"--reply-records", "1"});   // one contact a reply
     startHost();
-    EXPECT_EQ(search("name Wa"), kHeader +
-                                     " 0) Wagner                J\xFCrgen                33                    vornsyn   \n"
-                                     "    |--  0 * 0621 33 44 55 66                   2 0\n"
-                                     "    '--  1   0160 5544332                       3 0\n"
-                                     " 1) Walther               Gr\xE9goire              29                    vornsyn   \n"
-                                     "    '--  0 * 0211 5566 7788                     2 0\n");
+    EXPECT_EQ(search("name Wa"),
+              kHeader +
+                  " 0) Wagner                J\xFCrgen                33                    vornsyn   \n"
+                  "    |--  0 * 0621 33 44 55 66                   2 0\n"
+                  "    '--  1   0160 5544332                       3 0\n"
+                  " 1) Walther               Gr\xE9goire              29                    vornsyn   \n"
+                  "    '--  0 * 0211 5566 7788                     2 0\n");
     run("add 1", "Result:642 acknowledge\n");
-    EXPECT_EQ(search("name Wef"), kHeader +
-                                      " 0) Wefer                 Tilmo                 41                    vornsyn   \n"
-                                      "    '--  0 * 011122233344                       1 2\n");
+    EXPECT_EQ(search("name Wef"),
+              kHeader +
+                  " 0) Wefer                 Tilmo                 41                    vornsyn   \n"
+                  "    '--  0 * 011122233344                       1 2\n");
     EXPECT_EQ(host->finish(), 0);
     // No log record: no error, no cache-clear notice for its own changes.
     EXPECT_EQ(host->out().find("\nINFO "), std::string::npos) << host->out();
@@ -245,10 +248,13 @@ TEST_F(E2E, AClientThatDoesNotReadHoldsUpNobody)
     ASSERT_EQ(bind(frozen, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
     for (unsigned int id = 0; id < 20; id++) {
         const std::string text = "{\"queryId\":" + std::to_string(id) +
-                                 ",\"params\":{\"kind\":\"contact\",\"type\":0,\"data\":\"1\"},\"offset\":0,\"size\":100}";
+                                 ",\"params\":{\"kind\":\"contact\",\"type\":0,\"data\":\"1\"},"
+                                 "\"offset\":0,\"size\":100}";
         CManMessage request;   // the platform's own wire form, sent from outside it
-        ASSERT_TRUE(request.Create(0, 0, static_cast<int>(text.size())) == MAN_OK && Platform::addString(request, text) == MAN_OK);
-        ASSERT_EQ(sendto(frozen, Platform::data(request), Platform::length(request), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+        ASSERT_TRUE(request.Create(0, 0, static_cast<int>(text.size())) == MAN_OK &&
+                    Platform::addString(request, text) == MAN_OK);
+        ASSERT_EQ(sendto(frozen, Platform::data(request), Platform::length(request), 0,
+                         reinterpret_cast<sockaddr*>(&to), sizeof to),
                   static_cast<ssize_t>(Platform::length(request)));
     }
     Program second({WEBCONFD, "--db", dir.path() + "/phonebook.db", "--ipc-dir", ipc});
@@ -342,7 +348,8 @@ TEST_F(E2E, MistakesEndTheProgramsWithAReason)
         {{WEBCONFD, "--reply-records", "0"}, 2, "--reply-records"},
         {{WEBCONFD, "--bogus"}, 2, "--bogus"},
         {{"/bin/sh", "-c", sh + db + " --ipc-dir " + ipc}, 1, "cannot create " + db},   // file size limit
-        {{"/bin/sh", "-c", ": > " + db + " && " + sh + db + " --ipc-dir " + ipc}, 1, "not a complete phonebook"},   // left by one
+        // left by one
+        {{"/bin/sh", "-c", ": > " + db + " && " + sh + db + " --ipc-dir " + ipc}, 1, "not a complete phonebook"},
         {{KIVO_HOST, "--ipc-dir", ipc, "--module", dir.path() + "/none.so"}, 3, "cannot load module"},
         {{KIVO_HOST, "--ipc-dir", ipc, "--enter", "nothere"}, 2, "no console named nothere"},
         {{KIVO_HOST, "--timer-unit-us", "0"}, 2, "--timer-unit-us wants a number from 1 to 1000000, not 0"},
@@ -377,9 +384,10 @@ TEST_F(E2E, AnImportedFileIsThePhonebook)
     EXPECT_EQ(import.finish(), 0) << import.out();
     startDaemon();
     startHost();
-    EXPECT_EQ(search("name"), kHeader +
-                                  " 0) M\xFChle                                       m1                    vornsyn   \n"
-                                  "    '--  0 * 0711 5                             0 0\n");
+    EXPECT_EQ(search("name"),
+              kHeader +
+                  " 0) M\xFChle                                       m1                    vornsyn   \n"
+                  "    '--  0 * 0711 5                             0 0\n");
     std::ofstream(file) << "{\"contact\": 1}\n";
     Program refused({WEBCONFD, "--db", db, "--import", file});
     EXPECT_EQ(refused.finish(), 1);

@@ -28,8 +28,8 @@ public:
     void requestFinished() override
     {
         ends++;
-        UI_ExpWritef(ZEMBRA::Phonebook::Library::finished(*this) ? "~%d finished %d\n" : "~%d requestFinished\n", number,
-                     static_cast<int>(ZEMBRA::Phonebook::Library::result(*this)));
+        UI_ExpWritef(ZEMBRA::Phonebook::Library::finished(*this) ? "~%d finished %d\n" : "~%d requestFinished\n",
+                     number, static_cast<int>(ZEMBRA::Phonebook::Library::result(*this)));
     }
     void addContact(const ZEMBRA::Phonebook::Contact& c, CacheInfo info) override
     {
@@ -67,6 +67,8 @@ public:
     /* The transcript shows what is recorded from now on. */
     void mark() { from = rec::recorder().calls.size(); }
     std::string transcript() const;
+    /* The transcript is these lines, each ending in a line feed. */
+    void expectTranscript(const std::vector<std::string>& lines) const;
 
     PbBackend& backend() { return *pBackend.load(); }
     void info() { KIVODebugLevel[KIVO_LEVEL_INFO] = 1; }
@@ -79,7 +81,10 @@ public:
     void reply(unsigned int queryId, int type, int total, const Json::Value& list = Json::Value());
     void expire(unsigned int queryId) { ASSERT_TRUE(fireTimerOf(queryId)); }
     /* A message to the kivo task; the task's start event. */
-    void deliver(const rec::RawBuilder& m) { ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, m.build())); }
+    void deliver(const rec::RawBuilder& m)
+    {
+        ASSERT_TRUE(rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_MESSAGE, 0, m.build()));
+    }
     bool startEvent() { return rec::deliver(KIVO_TASK_INDEX, MAN_EVENT_CONTROL, MAN_PRIM_START, nullptr); }
 
 private:
@@ -87,13 +92,9 @@ private:
     std::vector<std::string> replies;
 };
 
-/* One case of a table: what to do on the started module, and the
- * transcript it must leave. */
-struct Row { const char* name; void (*run)(KivoTest&); const char* transcript; };
-#define DO(...) [](KivoTest & t) { (void)t; __VA_ARGS__; }
-
-class TranscriptTest : public KivoTest, public ::testing::WithParamInterface<Row> {};
-inline std::string rowName(const ::testing::TestParamInfo<Row>& info) { return info.param.name; }
+/* The lines where `actual` differs from `expected`, as a unified diff with
+ * two lines of context around each change; "" when they are equal. */
+std::string lineDiff(const std::string& expected, const std::string& actual);
 
 /* Contact items as the daemon sends them: "Name" or "Name/text3" (the
  * first number's text3, the best-match measure). */

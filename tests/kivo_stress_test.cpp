@@ -51,7 +51,8 @@ void daemonTask(int event, unsigned int, void* raw)
     for (const std::pair<int, bool>& reply : plans[plan].replies) {
         const std::string text = replyText(request["queryId"].asUInt(), reply.first, 2, reply.second ? two : none);
         EXPECT_TRUE(msg.Create(KIVO_PRIM_RESULT, 0, static_cast<int>(text.size())) == MAN_OK &&
-                    Platform::addString(msg, text) == MAN_OK && PLT_SendIpc(msg, "webconfd@Local", to.c_str()) == MAN_OK);
+                    Platform::addString(msg, text) == MAN_OK &&
+                    PLT_SendIpc(msg, "webconfd@Local", to.c_str()) == MAN_OK);
         msg.Delete();
     }
 }

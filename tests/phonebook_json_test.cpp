@@ -121,7 +121,10 @@ template <>
 Folder recordFromJson<Folder>(const Json::Value& json) { return folderFromJson(json); }
 
 template <typename T>
-Json::Value rereadRecord(const Json::Value& utf8) { return latin1ToUtf8(recordFromJson<T>(utf8ToLatin1(utf8)).toJson()); }
+Json::Value rereadRecord(const Json::Value& utf8)
+{
+    return latin1ToUtf8(recordFromJson<T>(utf8ToLatin1(utf8)).toJson());
+}
 
 template <typename T>
 bool sameRecord(const Json::Value& a, const Json::Value& b)

@@ -124,11 +124,13 @@ void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
 const Mistake kMistakes[] = {
     {"CreateBeyondMaximum", [](Working& w) { return w.msg.Create(1, 0, MAN_MAX_MSG + 1); }, MAN_E_SIZE, ""},
-    {"FieldAtMaximum", [](Working& w) { return Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 9, 'x')); }, 0, ""},
+    {"FieldAtMaximum",
+     [](Working& w) { return Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 9, 'x')); }, 0, ""},
     {"FieldBeyondMaximumChangesNothing", [](Working& w) {
          const int code = Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 8, 'x'));
          return Platform::length(w.msg) == 4 ? code : -1; }, MAN_E_SIZE, ""},
-    {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_FORMAT, ""},
+    {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_FORMAT,
+     ""},
     {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback); }, MAN_E_STATE, ""},
     {"NameTaken", [](Working&) { return MAN_ExpTCreate("B", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_STATE, ""},
     {"IpcDirLongButShortOnceResolved", [](Working& w) { return PLT_SetIpcDir(w.ipc + std::string(60, '/') + "."); },
@@ -255,7 +257,8 @@ TEST_F(Working, LogRecordsAreWholeLinesWithControlBytesShown)
     LOG_ExpError("webconfd", "g", 2, "%s", "a\r\n\x1b]0;x\x07 \x9b\xC2\x9b \xC3\xB6\xF6 \x7f");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "INFO kivoexp KIVO_ExpInit:69 unable to create process iRetCode 5\nERROR kivomain f:1 " +
-                  std::string(1000, 'q') + "\nERROR webconfd g:2 a\\x0D\\x0A\\x1B]0;x\\x07 \\x9B\\xC2\\x9B \xC3\xB6\xF6 \\x7F\n");
+                  std::string(1000, 'q') +
+                  "\nERROR webconfd g:2 a\\x0D\\x0A\\x1B]0;x\\x07 \\x9B\\xC2\\x9B \xC3\xB6\xF6 \\x7F\n");
 }
 
 }  // namespace

@@ -145,7 +145,8 @@ TEST(Store, AVersion1FileGetsTheKeyIndexesInPlace)
     const std::string path = dir.path() + "/pb.db";
     const char indexes[] = "SELECT group_concat(name, ' ') FROM (SELECT name FROM sqlite_master "
                            "WHERE type = 'index' AND tbl_name = 'contacts' AND sql IS NOT NULL ORDER BY name)";
-    const std::string all = "contacts_first_digits contacts_first_key contacts_last_digits contacts_last_key contacts_order";
+    const std::string all =
+        "contacts_first_digits contacts_first_key contacts_last_digits contacts_last_key contacts_order";
     std::string error;
     int32_t byName = -1, byKeypad = -1;
     {

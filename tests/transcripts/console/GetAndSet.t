@@ -1,0 +1,5 @@
+type GET
+type set it
+----
+CmdGet
+CmdSet

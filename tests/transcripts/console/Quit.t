@@ -1,0 +1,7 @@
+type q
+type Quit
+type qx
+----
+* return
+* return
+* return

@@ -1,0 +1,11 @@
+trace info
+search Index
+----
+startQuery:182  QueryId 0
+* timer 67 5000 0x00000002/0/0 u32 0
+startQuery:222  mode: Index  offset 0  size 100
+startQuery:252 userid 
+startQuery:267 strRequest <request>
+* create 0x00000000/0/136
+Source address:  Destination address: webconfd@Local
+* ipc webconfd@Local from '' 0x00000000 json {'offset':0,'params':{'data':'W','kind':'contact','type':4},'queryId':0,'size':100,'userId':''}

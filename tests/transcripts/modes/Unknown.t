@@ -1,0 +1,11 @@
+trace info
+search 7
+----
+startQuery:182  QueryId 0
+* timer 67 5000 0x00000002/0/0 u32 0
+startQuery:246  mode: unknown  offset 0  size 100
+startQuery:252 userid 
+startQuery:267 strRequest <request>
+* create 0x00000000/0/83
+Source address:  Destination address: webconfd@Local
+* ipc webconfd@Local from '' 0x00000000 json {'offset':0,'params':null,'queryId':0,'size':100,'userId':''}
