@@ -46,7 +46,8 @@ await() {
   shift 2
   for ((i = 0; i < limit; i++)); do
     "$@" && return 0
-    kill -0 "$pid" 2>/dev/null || fail "$what: the program ended"
+    # Asked again after the end: it may have come true as the program ended.
+    kill -0 "$pid" 2>/dev/null || { "$@" && return 0; fail "$what: the program ended"; }
     sleep 0.1
   done
   fail "$what: no answer in $((limit / 10)) s"
