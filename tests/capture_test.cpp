@@ -178,7 +178,7 @@ protected:
         message(timer, 0x00000002, "", true);
         ASSERT_EQ(PLT_TimerLocal(timer, ALPHA, 1), MAN_OK);
         ASSERT_TRUE(awaitDelivered(3));
-        ASSERT_EQ(PLT_SendIpc(request, nullptr, "nobody@Local"), MAN_E_IO);
+        ASSERT_EQ(PLT_SendIpc(request, nullptr, "nobody@Local"), MAN_E_NOTASK);
 
         // A tag 9 field: refused by the platform, kept by the capture.
         int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);

@@ -110,6 +110,32 @@ public:
     CManMessage msg;
 };
 
+/* A socket bound at `name` in the IPC directory that never reads; closed
+ * at once when `gone`, which leaves its file behind as a killed peer does. */
+int peerSocket(const std::string& ipc, const char* name, bool gone)
+{
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::snprintf(at.sun_path, sizeof at.sun_path, "%s/%s", ipc.c_str(), name);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0 || gone) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+/* Sends to `to` without waiting until a send is not taken; its code. */
+int sendUntilRefused(Working& w, const char* to)
+{
+    PLT_SetSendBlocking(false);
+    int code = MAN_OK;
+    for (int i = 0; i < 10000 && code == MAN_OK; i++)
+        code = PLT_SendIpc(w.message(5), nullptr, to);
+    PLT_SetSendBlocking(true);
+    return code;
+}
+
 /* A refused call or a peer's bad datagram gives its code and the one record
  * that says why; a callback's mistake is logged; the task goes on, and the
  * next message reaches it whole: tagged fields, big-endian. */
@@ -144,6 +170,14 @@ const Mistake kMistakes[] = {
      "setIpcDirLocked: IPC directory {ipc} refused: must be a directory of this user with mode 0700", false},
     {"SendToNoAddress", [](Working& w) { return PLT_SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
      "SendIpc: invalid IPC address nobody"},
+    {"SendToAFullQueueWithoutWaiting", [](Working& w) {
+         const int fd = peerSocket(w.ipc, "frozen@Local", false);
+         const int code = sendUntilRefused(w, "frozen@Local");
+         close(fd);
+         return code; }, MAN_E_FULL, ""},
+    {"SendToAGonePeer", [](Working& w) {
+         peerSocket(w.ipc, "gone@Local", true);
+         return sendUntilRefused(w, "gone@Local"); }, MAN_E_NOTASK, "SendIpc: send to gone@Local failed: Connection refused"},
     {"LocalToNoTask", [](Working& w) { return PLT_SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
     {"CallbackThrows", [](Working& w) { return PLT_SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
      "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom"},

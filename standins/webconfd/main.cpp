@@ -139,42 +139,34 @@ bool makeParents(const std::string& path)
     return true;
 }
 
-/* What a failed send means: the destination is gone when nothing is bound
- * at its address any more (ENOENT, or ECONNREFUSED for a socket file its
- * killed owner left), else its queue is full. A socket connected to the
- * destination, never sent on, tells without sending: it is writable when
- * the destination's queue has room. */
-webconfd::SendResult probe(const std::string& destination, bool* writable)
+/* Whether the destination's queue has room, asked without sending: a
+ * socket connected to it, never sent on, is writable when it has. A
+ * destination that cannot be asked is tried: the send tells. */
+bool hasRoom(const std::string& destination)
 {
     const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
-        return webconfd::SendResult::Full;   // cannot tell: try again later
+        return true;
     sockaddr_un sa{};
     sa.sun_family = AF_UNIX;
     const std::string path = PLT_IpcDir() + "/" + destination;
-    webconfd::SendResult result = webconfd::SendResult::Full;
+    bool room = true;
     if (path.size() < sizeof sa.sun_path) {
         std::memcpy(sa.sun_path, path.c_str(), path.size() + 1);
-        if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
-            if (errno == ENOENT || errno == ECONNREFUSED)
-                result = webconfd::SendResult::Gone;
-        } else if (writable != nullptr) {
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0) {
             pollfd p{fd, POLLOUT, 0};
-            *writable = ::poll(&p, 1, 0) == 1 && (p.revents & POLLOUT) != 0;
+            room = ::poll(&p, 1, 0) == 1 && (p.revents & POLLOUT) != 0;
         }
     }
     ::close(fd);
-    return result;
+    return room;
 }
 
 webconfd::SendResult sendNow(const std::string& destination, const std::string& text, bool retry)
 {
-    /* A retry asks first, so that the platform does not count every try
-     * at a full queue as a dropped message. */
-    bool writable = true;
-    if (retry && probe(destination, &writable) == webconfd::SendResult::Gone)
-        return webconfd::SendResult::Gone;
-    if (!writable)
+    /* A retry asks first, so that a full queue costs no send (and no
+     * capture record) every few milliseconds. */
+    if (retry && !hasRoom(destination))
         return webconfd::SendResult::Full;
     CManMessage msg;
     if (msg.Create(webconfd::kReplyPrimitive, 0, static_cast<int>(text.size() + 5)) != MAN_OK ||
@@ -185,11 +177,16 @@ webconfd::SendResult sendNow(const std::string& destination, const std::string& 
     }
     const int rc = PLT_SendIpc(msg, kAddress, destination.c_str());
     msg.Delete();
-    if (rc == MAN_OK)
+    switch (rc) {
+    case MAN_OK:
         return webconfd::SendResult::Sent;
-    if (rc != MAN_E_IO)
+    case MAN_E_FULL:
+        return webconfd::SendResult::Full;
+    case MAN_E_NOTASK:
+        return webconfd::SendResult::Gone;   // logged by the platform
+    default:
         return webconfd::SendResult::Refused;   // logged by the platform
-    return probe(destination, nullptr);
+    }
 }
 
 webconfd::Outbox* g_outbox;

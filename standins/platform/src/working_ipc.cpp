@@ -257,6 +257,8 @@ int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
     } while (n < 0 && errno == EINTR);
     if (n < 0 && plt::captureOn())
         plt::captureSent(sock->fd, destination, Platform::data(msg), Platform::length(msg), errno);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && flags != 0)
+        return MAN_E_FULL;   // the sender asked not to wait: it keeps the message
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         std::lock_guard<std::mutex> lock(g_dropMu);
         if (g_dropped.size() >= MAX_DROP_ENTRIES && g_dropped.count(destination) == 0)
@@ -267,8 +269,10 @@ int PLT_SendIpc(CManMessage& msg, const char* source, const char* destination)
         return MAN_E_IO;
     }
     if (n < 0) {
-        PLT_LOG_ERROR_IN("SendIpc", "send to %s failed: %s", destination, std::strerror(errno));
-        return MAN_E_IO;
+        const int error = errno;
+        PLT_LOG_ERROR_IN("SendIpc", "send to %s failed: %s", destination, std::strerror(error));
+        /* Nothing bound at the address (any more): the destination is gone. */
+        return error == ENOENT || error == ECONNREFUSED ? MAN_E_NOTASK : MAN_E_IO;
     }
     if (g_anyDropped.load()) {
         std::lock_guard<std::mutex> lock(g_dropMu);

@@ -34,9 +34,11 @@ PLT_API const char* PLT_MessageSource(const void* raw);
 PLT_API void PLT_SetQueueLimits(std::size_t messages, std::size_t bytes);
 
 /* Whether SendIpc waits (up to 1 s) while the receiver's queue is full
- * (default). A server turns it off: it never waits for one peer, and a
- * message that cannot be sent at once is dropped (MAN_E_IO). A burst of
- * drops to one destination is logged once, and counted when it ends. */
+ * (default). A server turns it off: it never waits for one peer. A
+ * message that the receiver's queue cannot take at once is then not sent
+ * and not logged: PLT_SendIpc returns MAN_E_FULL, and the sender decides
+ * (webconfd keeps it and tries again). A destination where nothing is
+ * bound (gone) gives MAN_E_NOTASK, logged. */
 PLT_API void PLT_SetSendBlocking(bool blocking);
 
 /* Length of one TimerLocal unit in microseconds (default 1000). */

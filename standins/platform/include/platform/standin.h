@@ -27,6 +27,7 @@ enum {
     MAN_E_NOTASK = 4,    /* no such task or address */
     MAN_E_IO = 5,        /* the operating system refused */
     MAN_E_NOMEM = 6,
+    MAN_E_FULL = 7,      /* the receiver's queue is full and the sender does not wait */
 };
 
 /* Largest message (primitive and fields) the platform carries; Create
