@@ -206,7 +206,7 @@ protected:
     std::string file;
 };
 
-TEST_F(CaptureTest, every_event_becomes_one_record_in_order)
+TEST_F(CaptureTest, EveryEventBecomesOneRecordInOrder)
 {
     makeCapture();
     PLT_CaptureStop();
@@ -222,7 +222,7 @@ TEST_F(CaptureTest, every_event_becomes_one_record_in_order)
               "end\n");
 }
 
-TEST_F(CaptureTest, each_record_is_in_the_file_before_the_capture_ends)
+TEST_F(CaptureTest, EachRecordIsInTheFileBeforeTheCaptureEnds)
 {
     makeCapture();
     // Still open, as in a process that is killed now.
@@ -233,7 +233,7 @@ TEST_F(CaptureTest, each_record_is_in_the_file_before_the_capture_ends)
     EXPECT_EQ(st.st_mode & 0777, 0600u);   // phonebook data: the user's alone
 }
 
-TEST_F(CaptureTest, the_limit_ends_the_capture_on_a_whole_record)
+TEST_F(CaptureTest, TheLimitEndsTheCaptureOnAWholeRecord)
 {
     static std::vector<std::string> logged;
     logged.clear();
@@ -249,7 +249,7 @@ TEST_F(CaptureTest, the_limit_ends_the_capture_on_a_whole_record)
     EXPECT_EQ(logged[0], "capture " + file + ": limit of 51 bytes reached, no further records");
 }
 
-TEST_F(CaptureTest, a_capture_that_cannot_be_created_is_refused)
+TEST_F(CaptureTest, ACaptureThatCannotBeCreatedIsRefused)
 {
     EXPECT_EQ(PLT_CaptureStart(dir.path() + "/no/such/dir/c.pcap", 1 << 20), MAN_E_IO);
     PLT_CaptureConsoleLine("not written anywhere");
@@ -262,7 +262,7 @@ struct Damage {
     const char* expected;   // the records read, then the end or the error's beginning
 };
 
-TEST_F(CaptureTest, damaged_files_end_with_the_record_at_fault)
+TEST_F(CaptureTest, DamagedFilesEndWithTheRecordAtFault)
 {
     makeCapture();
     PLT_CaptureStop();
@@ -301,7 +301,7 @@ TEST_F(CaptureTest, damaged_files_end_with_the_record_at_fault)
 }
 
 // Encoding and decoding one record, without a file.
-TEST(CaptureRecord, round_trip_of_every_kind_and_cut_of_what_is_too_long)
+TEST(CaptureRecord, RoundTripOfEveryKindAndCutOfWhatIsTooLong)
 {
     for (uint8_t k = 1; k <= capture::LAST_KIND; k++) {
         capture::Record in;
@@ -323,7 +323,7 @@ TEST(CaptureRecord, round_trip_of_every_kind_and_cut_of_what_is_too_long)
     }
 }
 
-TEST(CaptureRecord, task_of_an_address)
+TEST(CaptureRecord, TaskOfAnAddress)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"kivo@Local", "kivo"}, {"kivo@Local.0123456789ab", "kivo"}, {"", ""}, {"kivo", ""}};
@@ -333,7 +333,7 @@ TEST(CaptureRecord, task_of_an_address)
 
 // kivo-replay on a cut copy of a session's capture: the output up to the
 // record at fault, then an error naming it.
-TEST(CaptureReplay, a_cut_capture_ends_the_replay_with_its_record)
+TEST(CaptureReplay, ACutCaptureEndsTheReplayWithItsRecord)
 {
     TempDir dir;
     const std::string good = readFile(KIVO_SOURCE_DIR "tests/captures/readme-session.pcap");
@@ -352,7 +352,7 @@ TEST(CaptureReplay, a_cut_capture_ends_the_replay_with_its_record)
     EXPECT_EQ(out.compare(digits, 11, ": truncated"), 0) << out;
 }
 
-TEST(CaptureReplay, what_is_no_capture_is_refused_before_the_module_starts)
+TEST(CaptureReplay, WhatIsNoCaptureIsRefusedBeforeTheModuleStarts)
 {
     TempDir dir;
     const std::string text = dir.path() + "/text.pcap";
