@@ -156,68 +156,7 @@ void KivoTest::expectTranscript(const std::vector<std::string>& lines) const
     std::string expected;
     for (const std::string& line : lines)
         expected += line + "\n";
-    const std::string actual = transcript();
-    EXPECT_TRUE(actual == expected) << "the transcript differs\n" << lineDiff(expected, actual);
-}
-
-namespace {
-
-std::vector<std::string> lines(const std::string& text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        out.push_back(line);
-    return out;
-}
-
-}  // namespace
-
-/* The longest common subsequence of the lines decides what is kept; a hunk
- * gathers the changes that have at most four unchanged lines between them. */
-std::string lineDiff(const std::string& expected, const std::string& actual)
-{
-    const std::vector<std::string> a = lines(expected), b = lines(actual);
-    const std::size_t n = a.size(), m = b.size();
-    std::vector<std::vector<int>> common(n + 1, std::vector<int>(m + 1, 0));
-    for (std::size_t i = n; i-- > 0;)
-        for (std::size_t j = m; j-- > 0;)
-            common[i][j] = a[i] == b[j] ? common[i + 1][j + 1] + 1 : std::max(common[i + 1][j], common[i][j + 1]);
-    struct Op { char kind; std::size_t i, j; };   /* ' ', '-' or '+'; positions before the line */
-    std::vector<Op> ops;
-    for (std::size_t i = 0, j = 0; i < n || j < m;) {
-        if (i < n && j < m && a[i] == b[j])
-            ops.push_back({' ', i++, j++});
-        else if (i < n && (j == m || common[i + 1][j] >= common[i][j + 1]))
-            ops.push_back({'-', i++, j});
-        else
-            ops.push_back({'+', i, j++});
-    }
-    std::string out = expected == actual ? "" : "--- expected\n+++ actual\n";
-    const std::size_t context = 2;
-    for (std::size_t k = 0; k < ops.size();) {
-        if (ops[k].kind == ' ') {
-            k++;
-            continue;
-        }
-        const std::size_t first = k > context ? k - context : 0;
-        std::size_t end = k;   /* the hunk's last change */
-        for (std::size_t x = k; x < ops.size() && x - end <= 2 * context + 1; x++)
-            end = ops[x].kind == ' ' ? end : x;
-        const std::size_t last = std::min(ops.size(), end + 1 + context);
-        std::size_t oldCount = 0, newCount = 0;
-        std::string body;
-        for (std::size_t x = first; x < last; x++) {
-            const Op& op = ops[x];
-            oldCount += op.kind != '+';
-            newCount += op.kind != '-';
-            body += op.kind + (op.kind == '+' ? b[op.j] : a[op.i]) + "\n";
-        }
-        out += "@@ -" + std::to_string(ops[first].i + 1) + "," + std::to_string(oldCount) + " +" +
-               std::to_string(ops[first].j + 1) + "," + std::to_string(newCount) + " @@\n" + body;
-        k = last;
-    }
-    return out;
+    EXPECT_EQ(expected, transcript());   // shown as a line diff
 }
 
 Json::Value items(std::initializer_list<const char*> lastNames)

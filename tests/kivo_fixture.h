@@ -92,10 +92,6 @@ private:
     std::vector<std::string> replies;
 };
 
-/* The lines where `actual` differs from `expected`, as a unified diff with
- * two lines of context around each change; "" when they are equal. */
-std::string lineDiff(const std::string& expected, const std::string& actual);
-
 /* Contact items as the daemon sends them: "Name" or "Name/text3" (the
  * first number's text3, the best-match measure). */
 Json::Value items(std::initializer_list<const char*> names);

@@ -309,6 +309,34 @@ std::string TranscriptTest::step(const std::string& name, const Args& a, const s
     return "";
 }
 
+/* No line of a case is wider than 120 columns: a longer one is kept as
+ * pieces of 119 characters, each but the last ending in a backslash. */
+constexpr std::size_t kWidth = 120;
+
+std::string unwrap(const std::string& text)
+{
+    std::string out;
+    for (std::size_t at = 0, end; at < text.size(); at = end + 1) {
+        end = std::min(text.find('\n', at), text.size());
+        const bool piece = end - at == kWidth && text[end - 1] == '\\';
+        out += text.substr(at, end - at - piece) + (piece || end == text.size() ? "" : "\n");
+    }
+    return out;
+}
+
+std::string wrap(const std::string& text)
+{
+    std::string out;
+    for (std::size_t at = 0, end; at < text.size(); at = end + 1) {
+        end = std::min(text.find('\n', at), text.size());
+        std::size_t from = at;
+        for (; end - from >= kWidth; from += kWidth - 1)
+            out += text.substr(from, kWidth - 1) + "\\\n";
+        out += text.substr(from, end - from) + (end < text.size() ? "\n" : "");
+    }
+    return out;
+}
+
 /* With it set, a case writes what the module did into its file: the
  * transcript and the results after "=>". */
 bool updating()
@@ -320,8 +348,9 @@ bool updating()
 TEST_P(TranscriptTest, Run)
 {
     const std::string path = std::string(KIVO_TRANSCRIPTS) + GetParam().concern + "/" + GetParam().name + ".t";
-    std::ifstream in(path, std::ios::binary);
-    ASSERT_TRUE(in) << "cannot read " << path;
+    std::ifstream file(path, std::ios::binary);
+    ASSERT_TRUE(file) << "cannot read " << path;
+    std::istringstream in(unwrap(std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>())));
     std::string line, steps, expected;
     int lineNo = 0;
     bool changed = false;
@@ -354,11 +383,12 @@ TEST_P(TranscriptTest, Run)
     expected.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     const std::string actual = transcript();
     if (updating() && (changed || actual != expected)) {
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << steps << "----\n" << actual;
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << wrap(steps + "----\n" + actual);
         std::printf("updated %s\n", path.c_str());
-    } else if (actual != expected) {
-        ADD_FAILURE_AT(path.c_str(), lineNo + 2) << "the transcript differs\n" << lineDiff(expected, actual)
-                                                << "(KIVO_UPDATE_TRANSCRIPTS=1 writes the module's transcript here)";
+    } else {
+        /* GoogleTest shows the difference of two texts as a line diff. */
+        EXPECT_EQ(expected, actual) << path << ": the transcript differs "
+                                    << "(KIVO_UPDATE_TRANSCRIPTS=1 writes the module's transcript there)";
     }
 }
 

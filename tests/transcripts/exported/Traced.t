@@ -10,7 +10,8 @@ KIVO_ExpQuery NULL => -1
 KIVO_DebugSet pName exp  iValue 1
 KIVO_ExpQuery  searchMode 1
 * timer 67 5000 0x00000002/0/0 u32 0
-* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':1},'queryId':0,'size':100,'userId':''}
+* ipc webconfd@Local from '' 0x00000000/0/136 json {'offset':0,'params':{'data':'W','kind':'contact','type':1},'queryId\
+':0,'size':100,'userId':''}
 KIVO_ExpAddContact  pContact (nil)
 KIVO_AddContact  pContact (nil)
 KIVO_ExpDelContact  pContact (nil)

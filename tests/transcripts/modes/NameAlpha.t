@@ -8,4 +8,5 @@ startQuery:252 userid
 startQuery:267 strRequest <request>
 * create 0x00000000/0/136
 Source address:  Destination address: webconfd@Local
-* ipc webconfd@Local from '' 0x00000000 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'size':100,'userId':''}
+* ipc webconfd@Local from '' 0x00000000 json {'offset':0,'params':{'data':'W','kind':'contact','type':2},'queryId':0,'s\
+ize':100,'userId':''}

@@ -8,4 +8,5 @@ startQuery:252 userid u1
 startQuery:267 strRequest <request>
 * create 0x00830005/0/139
 Source address: ui@Local Destination address: webconfd@Local
-* ipc webconfd@Local from 'ui@Local' 0x00830005 json {'offset':3,'params':{'data':'9333','kind':'contact','type':3},'queryId':0,'size':7,'userId':'u1'}
+* ipc webconfd@Local from 'ui@Local' 0x00830005 json {'offset':3,'params':{'data':'9333','kind':'contact','type':3},'qu\
+eryId':0,'size':7,'userId':'u1'}
