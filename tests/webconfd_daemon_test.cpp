@@ -141,8 +141,6 @@ TEST_F(Daemon, AWriterWaitsForAnotherDaemonsTransaction)
     g_holder = &other;
     EXPECT_EQ(Change::Added, store.putContact(c));
     EXPECT_EQ(42, store.contactCount());
-    other.close();
-    store.close();
     sqlite3_vfs_unregister(&waiting);
     sqlite3_vfs_register(real, 1);
 }
@@ -167,23 +165,19 @@ TEST_F(Daemon, AVersion1FileGetsTheKeyIndexesInPlace)
               std::string::npos);
 }
 
-/* Files the store must refuse: one that is no database, a damaged one, and
- * the empty one that a first start which did not finish leaves (the next
- * start must make it anew, not serve it as an empty phonebook). */
+/* Files the store must refuse: one that is no database and a damaged one
+ * (the empty one a first start leaves: e2e MistakesEndTheProgramsWithAReason). */
 TEST_F(Daemon, RefusesFilesItCannotUse)
 {
     store.close();
     std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).seekp(100) << std::string(600, '\xff');
     std::ofstream(dir.path() + "/junk.db") << std::string(4096, 'x');
-    std::ofstream{dir.path() + "/empty.db"};
     std::string refusals;
-    for (const char* name : {"/junk.db", "/pb.db", "/empty.db"}) {
+    for (const char* name : {"/junk.db", "/pb.db"}) {
         EXPECT_FALSE(store.open(dir.path() + name, &error, true));
         refusals += error + "\n";
     }
-    EXPECT_EQ("file is not a database\ndatabase disk image is malformed\nnot a complete phonebook: it is empty (a "
-              "first start that did not finish?); remove it and the next start makes a new one\n",
-              refusals);
+    EXPECT_EQ("file is not a database\ndatabase disk image is malformed\n", refusals);
 }
 
 namespace {
@@ -329,12 +323,6 @@ kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0})"},
      {{q(1, "contact", 2, R"("")", ",\"size\":2")}}, R"(
 kivo@Local {"items":["1"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":["38"],"message":"","queryId":1,"total":40,"type":0}
-kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0})"},
-    /* Seeded: the same replies drop every time. */
-    {"DropSome", [](ServerOptions& o) { o.faults.dropPercent = 50, o.faults.seed = 7, o.recordsPerReply = 1; },
-     {{q(1, "contact", 2, R"("")", R"(,"size":4)")}}, R"(
-kivo@Local {"items":["38"],"message":"","queryId":1,"total":40,"type":0}
-kivo@Local {"items":["3"],"message":"","queryId":1,"total":40,"type":0}
 kivo@Local {"items":[],"message":"","queryId":1,"total":40,"type":0})"},
     /* Changes are made all the same, and their notices go out at once. */
     {"DropAll", [](ServerOptions& o) { o.faults.dropPercent = 100, o.faults.delayMs = 250; },
