@@ -16,9 +16,8 @@ namespace {
 
 std::string readFile(const fs::path& path)
 {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 /* A source's tokens but comments and blanks: words, adjacent string literals
@@ -39,12 +38,10 @@ std::vector<std::string> tokens(const std::string& s)
             if (s[i] == '"')
                 out.back() += s.substr(i + 1, end - i - 1);
             end++;
-        } else if (isIdent(s[i])) {
-            for (end = i; end < s.size() && isIdent(s[end]); end++) {
+        } else if (!std::isspace(static_cast<unsigned char>(s[i]))) {   // a word, or one character
+            while (++end < s.size() && isIdent(s[i]) && isIdent(s[end])) {
             }
             out.push_back(s.substr(i, end - i));
-        } else if (!std::isspace(static_cast<unsigned char>(s[i]))) {
-            out.push_back(std::string(1, s[i]));
         }
     }
     return out;
@@ -53,10 +50,9 @@ std::vector<std::string> tokens(const std::string& s)
 /* The literal-only format arguments of the output calls under `dir`. */
 std::set<std::string> sourceFormats(const fs::path& dir)
 {
-    static const std::map<std::string, std::size_t> formatArgument = {
-        {"UI_ExpWritef", 0},   {"LOG_ExpInfo", 3},   {"LOG_ExpError", 3}, {"KIVO_LOG_INFO", 3},
-        {"KIVO_LOG_ERROR", 3}, {"PLT_LOG_ERROR", 0}, {"PLT_LOG_ERROR_IN", 1}, {"fprintf", 1},
-        {"writeOutputf", 1}};
+    static const std::map<std::string, std::size_t> formatArgument = {{"UI_ExpWritef", 0}, {"LOG_ExpInfo", 3},
+        {"LOG_ExpError", 3}, {"KIVO_LOG_INFO", 3}, {"KIVO_LOG_ERROR", 3}, {"PLT_LOG_ERROR", 0},
+        {"PLT_LOG_ERROR_IN", 1}, {"fprintf", 1}, {"writeOutputf", 1}};
     std::set<std::string> formats;
     for (const auto& entry : fs::recursive_directory_iterator(dir)) {
         if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h")

@@ -5,13 +5,7 @@
 
 namespace {
 
-struct Case {
-    const char* name;
-    std::string latin1;
-    bool utf8;
-    std::string shown;
-};
-
+struct Case { const char* name; std::string latin1; bool utf8; std::string shown; };
 const Case kCases[] = {
     {"LineFeedAndTabStay", "a\tb\n", false, "a\tb\n"},
     {"EscapeAndBellShown", "\x1B]0;x\x07", false, "\\x1B]0;x\\x07"},
@@ -20,15 +14,10 @@ const Case kCases[] = {
     {"ReturnShown", "a\rb", false, "a\\x0Db"},
     {"Latin1InUtf8", "J\xF6rg\x9B", true, "J\xC3\xB6rg\\x9B"},
 };
-
 class TerminalText : public ::testing::TestWithParam<Case> {};
 
-TEST_P(TerminalText, Shows)
-{
-    EXPECT_EQ(host::forTerminal(GetParam().latin1, GetParam().utf8), GetParam().shown);
-}
-
+TEST_P(TerminalText, Shows) { EXPECT_EQ(host::forTerminal(GetParam().latin1, GetParam().utf8), GetParam().shown); }
 INSTANTIATE_TEST_SUITE_P(Host, TerminalText, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<Case>& info) { return std::string(info.param.name); });
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -1,6 +1,7 @@
-/* Stress on the working platform: caller threads and the console search at
- * once; a daemon task answers over a real socket by the plan each search value
- * names. The totals prove no search was lost, ended twice, fed late or kept. */
+/* Stress on the working platform: caller threads search and change while the
+ * console searches and deletes; a daemon task answers over a real socket by
+ * the plan each search value names. The totals prove no search or change was
+ * lost, ended twice, fed late or kept open. */
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -20,10 +21,11 @@ const Plan plans[] = {
     {{{Contacts, false}}, 0},
     {{{Contacts, false}, {Contacts, true}, {Contacts, false}}, 0},   /* all after the first end comes late */
     {{}, 0},                                                         /* silence: the timer ends it */
-    {{{Acknowledge, false}}, 0},
+    {{{Contacts, true}}, 2},                                         /* records, then the timer ends it */
+    {{{Acknowledge, false}}, 0},                                     /* last: a change's plan */
 };
-constexpr std::size_t kPlans = 5, kClients = 250;
-std::atomic<int> ended{0};
+constexpr std::size_t kPlans = 6, kClients = 300;
+std::atomic<int> ended{0}, searches{0}, eventChanges{0};   /* requests the daemon received */
 
 struct Client : AbstractQueryClient {
     explicit Client(std::size_t plan) : plan(plan) { parameters = {std::to_string(plan), NameAlpha, 0, 100, ""}; }
@@ -36,7 +38,7 @@ struct Client : AbstractQueryClient {
     int ends = 0, records = 0, late = 0;   /* kivo task */
 };
 
-void daemonTask(int event, unsigned int, void* raw)
+void daemonTask(int event, unsigned int primitive, void* raw)
 {
     if (event != MAN_EVENT_MESSAGE)
         return;
@@ -44,8 +46,12 @@ void daemonTask(int event, unsigned int, void* raw)
     const Json::Value request = parseJson(msg.Assign(raw) == MAN_OK ? msg.getString() : "");
     const std::string to = PLT_MessageSource(raw);
     MAN_ExpPFree(raw);
-    const Json::Value& data = request["params"]["data"];   /* a change's is a record: acknowledged */
+    const Json::Value& data = request["params"]["data"];   /* an added record: acknowledged */
     const std::size_t plan = data.isString() ? std::strtoul(data.asString().c_str(), nullptr, 10) : kPlans - 1;
+    if (primitive != KIVO_PRIM_CHANGE)
+        searches++;
+    else if (request["params"]["kind"] == "event")   /* the callers' changes; the console deletes contacts */
+        eventChanges++;
     ASSERT_TRUE(request.isObject() && plan < kPlans) << request;
     const Json::Value none(Json::arrayValue), two = parseJson("[{\"uid\":\"1\"},{\"uid\":\"2\"}]");
     for (const std::pair<int, bool>& reply : plans[plan].replies) {
@@ -71,8 +77,11 @@ TEST(StressTest, EverySearchEndsOnceAsItsPlanSays)
     std::vector<std::thread> threads;
     for (std::size_t t = 0; t < 4; t++)
         threads.emplace_back([t, &clients] {
-            for (std::size_t i = t; i < kClients; i += 4)
+            Event event;
+            for (std::size_t i = t; i < kClients; i += 4) {
                 EXPECT_EQ(KIVO_ExpQuery(clients[i] = boost::make_shared<Client>(i % kPlans), SearchBackends), 0);
+                EXPECT_EQ(KIVO_ExpAddEvent(&event), 0);
+            }
         });
     for (int i = 0; i < 400; i++)   /* its rows are written on the kivo task and read here */
         KIVO_Interpreter(i % 2 ? "del 0" : "name 0");
@@ -86,6 +95,9 @@ TEST(StressTest, EverySearchEndsOnceAsItsPlanSays)
         good[c->plan] += c->ends == 1 && c->late == 0 && c->records == plans[c->plan].records && c.use_count() == 1 &&
                          Library::result(*c) == (c->records > 0 ? ResultFound : ResultNone);
     EXPECT_EQ(good, want) << "searches that ended once as their plan says, by plan";
+    EXPECT_EQ(searches, static_cast<int>(kClients) + 200);
+    EXPECT_EQ(eventChanges, static_cast<int>(kClients));
+    EXPECT_EQ(pBackend.load()->openCount(), 0u);
     PLT_Shutdown();
     resetModule();
     PLT_SetTerminalSink(nullptr);

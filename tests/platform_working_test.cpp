@@ -71,6 +71,14 @@ std::vector<std::string> got(std::size_t atLeast = 0)
     return locked([] { return g_got; }, [=] { return g_got.size() >= atLeast; });
 }
 
+/* A datagram socket, and in `at` the address of `name` in the directory `ipc`. */
+int datagramSocket(const std::string& ipc, const std::string& name, sockaddr_un& at)
+{
+    at = {AF_UNIX, ""};
+    std::snprintf(at.sun_path, sizeof at.sun_path, "%s/%s", ipc.c_str(), name.c_str());
+    return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
 class Working : public ::testing::Test {
 public:
     void SetUp() override
@@ -93,14 +101,32 @@ public:
     // 0 when `bytes` went to task B as one datagram from outside the platform.
     int sendRaw(const std::string& bytes)
     {
-        sockaddr_un to{AF_UNIX, ""};
-        std::snprintf(to.sun_path, sizeof to.sun_path, "%s/B@Local", ipc.c_str());
-        const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un to;
+        const int fd = datagramSocket(ipc, "B@Local", to);
         timeval wait{0, 300000};   // how long a pushed-back send waits
         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
         const ssize_t n = sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
         close(fd);
         return n > 0 ? 0 : -1;
+    }
+    /* Sends without waiting, until a send is not taken, to a socket bound at
+     * `name` that never reads; when `gone`, closed at once, its file left
+     * behind as a killed peer leaves it. The code of the last send. */
+    int sendToPeer(const char* name, bool gone)
+    {
+        sockaddr_un at;
+        const int fd = datagramSocket(ipc, name, at);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+        if (gone)
+            close(fd);
+        PLT_SetSendBlocking(false);
+        int code = MAN_OK;
+        for (int i = 0; i < 10000 && code == MAN_OK; i++)
+            code = PLT_SendIpc(message(5), nullptr, name);
+        PLT_SetSendBlocking(true);
+        if (!gone)
+            close(fd);
+        return code;
     }
     void startB() { ASSERT_EQ(MAN_ExpTCreate("B", &TaskIdTbl[11], 0, taskCallback), MAN_OK); }
     CManMessage& message(unsigned primitive) { return msg.Create(primitive, 0, 0), msg; }
@@ -110,32 +136,6 @@ public:
     CManMessage msg;
 };
 
-/* A socket bound at `name` in the IPC directory that never reads; closed
- * at once when `gone`, which leaves its file behind as a killed peer does. */
-int peerSocket(const std::string& ipc, const char* name, bool gone)
-{
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    std::snprintf(at.sun_path, sizeof at.sun_path, "%s/%s", ipc.c_str(), name);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0 || gone) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-/* Sends to `to` without waiting until a send is not taken; its code. */
-int sendUntilRefused(Working& w, const char* to)
-{
-    PLT_SetSendBlocking(false);
-    int code = MAN_OK;
-    for (int i = 0; i < 10000 && code == MAN_OK; i++)
-        code = PLT_SendIpc(w.message(5), nullptr, to);
-    PLT_SetSendBlocking(true);
-    return code;
-}
-
 /* A refused call or a peer's bad datagram gives its code and the one record
  * that says why; a callback's mistake is logged; the task goes on, and the
  * next message reaches it whole: tagged fields, big-endian. */
@@ -143,55 +143,48 @@ struct Mistake {
     const char* name;
     std::function<int(Working&)> call;
     int code;
-    std::string log;     // "{raw}" stands for the message's pointer, "{ipc}" for the directory
-    bool tasks = true;   // whether task B runs
+    std::string log = "";   // "{raw}" stands for the message's pointer, "{ipc}" for the directory
+    bool tasks = true;      // whether task B runs
 };
 void PrintTo(const Mistake& m, std::ostream* os) { *os << m.name; }
 
+#define CALL(...) [](Working & w) { return (void)w, __VA_ARGS__; }
 const Mistake kMistakes[] = {
-    {"CreateBeyondMaximum", [](Working& w) { return w.msg.Create(1, 0, MAN_MAX_MSG + 1); }, MAN_E_SIZE, ""},
-    {"FieldAtMaximum",
-     [](Working& w) { return Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 9, 'x')); }, 0, ""},
+    {"CreateBeyondMaximum", CALL(w.msg.Create(1, 0, MAN_MAX_MSG + 1)), MAN_E_SIZE},
+    {"FieldAtMaximum", CALL(Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 9, 'x'))), 0},
     {"FieldBeyondMaximumChangesNothing", [](Working& w) {
          const int code = Platform::addString(w.message(1), std::string(MAN_MAX_MSG - 8, 'x'));
-         return Platform::length(w.msg) == 4 ? code : -1; }, MAN_E_SIZE, ""},
-    {"NameWithSlash", [](Working&) { return MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_FORMAT,
-     ""},
-    {"IndexTaken", [](Working&) { return MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback); }, MAN_E_STATE, ""},
-    {"NameTaken", [](Working&) { return MAN_ExpTCreate("B", &TaskIdTbl[12], 0, taskCallback); }, MAN_E_STATE, ""},
-    {"IpcDirLongButShortOnceResolved", [](Working& w) { return PLT_SetIpcDir(w.ipc + std::string(60, '/') + "."); },
-     MAN_OK, "", false},
-    {"IpcDirTooLongOnceResolved", [](Working& w) { return PLT_SetIpcDir(w.ipc + "/" + std::string(56, 'd')); },
-     MAN_E_SIZE, "setIpcDirLocked: IPC directory {long} refused: it is {long}, longer than the 56 bytes a socket "
-                 "address leaves for it", false},
-    {"IpcDirEmpty", [](Working&) { return PLT_SetIpcDir(""); }, MAN_E_SIZE,
-     "setIpcDirLocked: IPC directory of 0 bytes refused: no path", false},
-    {"IpcDirOthersCanEnter", [](Working& w) { return chmod(w.ipc.c_str(), 0755) + PLT_SetIpcDir(w.ipc); }, MAN_E_IO,
+         return Platform::length(w.msg) == 4 ? code : -1; }, MAN_E_SIZE},
+    {"NameWithSlash", CALL(MAN_ExpTCreate("a/b", &TaskIdTbl[12], 0, taskCallback)), MAN_E_FORMAT},
+    {"IndexTaken", CALL(MAN_ExpTCreate("C", &TaskIdTbl[11], 0, taskCallback)), MAN_E_STATE},
+    {"NameTaken", CALL(MAN_ExpTCreate("B", &TaskIdTbl[12], 0, taskCallback)), MAN_E_STATE},
+    {"IpcDirLongButShortOnceResolved", CALL(PLT_SetIpcDir(w.ipc + std::string(60, '/') + ".")), MAN_OK, "", false},
+    {"IpcDirTooLongOnceResolved", CALL(PLT_SetIpcDir(w.ipc + "/" + std::string(56, 'd'))), MAN_E_SIZE,
+     "setIpcDirLocked: IPC directory {long} refused: it is {long}, longer than the 56 bytes a socket "
+     "address leaves for it", false},
+    {"IpcDirEmpty", CALL(PLT_SetIpcDir("")), MAN_E_SIZE, "setIpcDirLocked: IPC directory of 0 bytes refused: no path",
+     false},
+    {"IpcDirOthersCanEnter", CALL(chmod(w.ipc.c_str(), 0755) + PLT_SetIpcDir(w.ipc)), MAN_E_IO,
      "setIpcDirLocked: IPC directory {ipc} refused: must be a directory of this user with mode 0700", false},
-    {"SendToNoAddress", [](Working& w) { return PLT_SendIpc(w.message(5), nullptr, "nobody"); }, MAN_E_NOTASK,
+    {"SendToNoAddress", CALL(PLT_SendIpc(w.message(5), nullptr, "nobody")), MAN_E_NOTASK,
      "SendIpc: invalid IPC address nobody"},
-    {"SendToAFullQueueWithoutWaiting", [](Working& w) {
-         const int fd = peerSocket(w.ipc, "frozen@Local", false);
-         const int code = sendUntilRefused(w, "frozen@Local");
-         close(fd);
-         return code; }, MAN_E_FULL, ""},
-    {"SendToAGonePeer", [](Working& w) {
-         peerSocket(w.ipc, "gone@Local", true);
-         return sendUntilRefused(w, "gone@Local"); }, MAN_E_NOTASK, "SendIpc: send to gone@Local failed: Connection refused"},
-    {"LocalToNoTask", [](Working& w) { return PLT_SendLocal(w.message(5), 12); }, MAN_E_NOTASK, ""},
-    {"CallbackThrows", [](Working& w) { return PLT_SendLocal(w.message(THROW_STD), 11); }, MAN_OK,
+    {"SendToAFullQueueWithoutWaiting", CALL(w.sendToPeer("frozen@Local", false)), MAN_E_FULL},
+    {"SendToAGonePeer", CALL(w.sendToPeer("gone@Local", true)), MAN_E_NOTASK,
+     "SendIpc: send to gone@Local failed: Connection refused"},
+    {"LocalToNoTask", CALL(PLT_SendLocal(w.message(5), 12)), MAN_E_NOTASK},
+    {"CallbackThrows", CALL(PLT_SendLocal(w.message(THROW_STD), 11)), MAN_OK,
      "runCallback: task B: callback threw on event 0 primitive 0x0000ee01: boom"},
-    {"CallbackThrowsNoException", [](Working& w) { return PLT_SendLocal(w.message(THROW_OTHER), 11); }, MAN_OK,
+    {"CallbackThrowsNoException", CALL(PLT_SendLocal(w.message(THROW_OTHER), 11)), MAN_OK,
      "runCallback: task B: callback threw on event 0 primitive 0x0000ee02"},
-    {"CallbackKeepsMessage", [](Working& w) { return PLT_SendLocal(w.message(KEEP), 11); }, MAN_OK,
+    {"CallbackKeepsMessage", CALL(PLT_SendLocal(w.message(KEEP), 11)), MAN_OK,
      "deliver: task B did not release message 0x0000ee03"},
-    {"CallbackFreesTwice", [](Working& w) { return PLT_SendLocal(w.message(FREE_TWICE), 11); }, MAN_OK,
+    {"CallbackFreesTwice", CALL(PLT_SendLocal(w.message(FREE_TWICE), 11)), MAN_OK,
      "MAN_ExpPFree: message {raw} released twice, ignored"},
-    {"DatagramTooLong", [](Working& w) { return w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0')); }, MAN_OK,
+    {"DatagramTooLong", CALL(w.sendRaw(std::string(MAN_MAX_MSG + 1, '\0'))), MAN_OK,
      "receiveFrom: datagram for B from (unbound) longer than 65536 bytes, dropped"},
-    {"DatagramTooShort", [](Working& w) { return w.sendRaw(std::string("\0\0\1", 3)); }, MAN_OK,
+    {"DatagramTooShort", CALL(w.sendRaw(std::string("\0\0\1", 3))), MAN_OK,
      "receiveFrom: datagram for B from (unbound) shorter than 4 bytes, dropped"},
-    {"DatagramMalformed", [](Working& w) { return w.sendRaw(std::string("\0\0\0\x66\x07\0\0\0\1", 9)); }, MAN_OK,
+    {"DatagramMalformed", CALL(w.sendRaw(std::string("\0\0\0\x66\x07\0\0\0\1", 9))), MAN_OK,
      "receiveFrom: datagram for B from (unbound) (9 bytes) malformed, dropped"},
 };
 
@@ -206,9 +199,9 @@ TEST_P(Mistakes, AreRefusedWithACodeAndLoggedOnce)
     char raw[32];
     std::snprintf(raw, sizeof raw, "%p", locked([] { return g_raw; }));
     std::string log = GetParam().log.empty() ? "" : "ERROR platform " + GetParam().log + "\n";
-    for (const auto& token : {std::make_pair(std::string("{raw}"), std::string(raw)),
-                              std::make_pair(std::string("{long}"), ipc + "/" + std::string(56, 'd')),
-                              std::make_pair(std::string("{ipc}"), ipc)})
+    const std::pair<std::string, std::string> tokens[] = {
+        {"{raw}", raw}, {"{long}", ipc + "/" + std::string(56, 'd')}, {"{ipc}", ipc}};
+    for (const auto& token : tokens)
         for (std::size_t at; (at = log.find(token.first)) != std::string::npos;)
             log.replace(at, token.first.size(), token.second);
     EXPECT_EQ(locked([] { return g_log; }), log);
