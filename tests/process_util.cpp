@@ -9,24 +9,15 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <thread>
-
-namespace {
-
 /* Polls `done` every 5 ms until it holds; false after kWaitMs. */
 template <typename Condition>
-bool within(Condition done)
+static bool within(Condition done)
 {
-    for (int waited = 0; !done(); waited += 5) {
-        if (waited >= kWaitMs)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+    for (int waited = 0; waited < kWaitMs; waited += 5, usleep(5000))
+        if (done())
+            return true;
+    return false;
 }
-
-}  // namespace
 
 Program::Program(const std::vector<std::string>& argv, const std::vector<std::string>& env, bool terminal)
 {
@@ -42,6 +33,7 @@ Program::Program(const std::vector<std::string>& argv, const std::vector<std::st
     else if (pipe2(in, O_CLOEXEC) == 0 && pipe2(out, O_CLOEXEC) == 0)
         pid_ = fork();
     if (pid_ == 0) {
+        signal(SIGPIPE, SIG_DFL);
         if (!terminal && (dup2(in[0], 0) < 0 || dup2(out[1], 1) < 0 || dup2(out[1], 2) < 0))
             _exit(127);
         for (const std::string& setting : env)

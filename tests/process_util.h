@@ -3,7 +3,7 @@
 #define TESTS_PROCESS_UTIL_H
 
 #include <stdlib.h>
-#include <sys/types.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -15,25 +15,18 @@ constexpr int kWaitMs = 30000;
 /* A private temporary directory, removed with everything in it. */
 class TempDir {
 public:
-    TempDir()
-    {
-        char tmpl[] = "/tmp/kivo-test-XXXXXX";
-        path_ = mkdtemp(tmpl) ? tmpl : "";
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
+    ~TempDir() { std::error_code ignored; std::filesystem::remove_all(path_, ignored); }
     const std::string& path() const { return path_; }
 
 private:
-    std::string path_;
+    char tmpl_[22] = "/tmp/kivo-test-XXXXXX";
+    std::string path_ = mkdtemp(tmpl_) ? tmpl_ : "";
 };
 
 /* A running program, its input on one pipe and its output and errors on
  * another, or all three on a pseudo-terminal as at a keyboard; `env` adds
- * NAME=value settings. Its end is awaited at most kWaitMs. */
+ * NAME=value settings; SIGPIPE as a shell leaves it. Its end is awaited at
+ * most kWaitMs. */
 class Program {
 public:
     Program(const std::vector<std::string>& argv, const std::vector<std::string>& env = {}, bool terminal = false);
@@ -46,6 +39,8 @@ public:
     std::string out();   // all it wrote so far
     /* Whether the output from offset `from` on came to hold `needle`. */
     bool waitOut(const std::string& needle, std::size_t from = 0);
+    /* Closes the reading end of its output pipe: its next write fails. */
+    void closeOutput() { close(out_), out_ = -1; }
     /* Ends its input (SIGTERM when `terminate`); the exit code, or -1. */
     int finish(bool terminate = false);
 
