@@ -367,7 +367,7 @@ TEST_F(E2E, ResultsArriveAboveAHalfTypedLine)
 /* Standard output into a pipe nobody reads: 300 searches with the
  * backend's traces on fill it many times over. The host still ends at the
  * end of its input and says how much it could not write. */
-TEST_F(E2E, AStdoutNobodyReadsHoldsUpTheHostNot)
+TEST_F(E2E, AStdoutNobodyReadsHoldsNothingUp)
 {
     startDaemon();
     const std::string fifo = dir.path() + "/out";

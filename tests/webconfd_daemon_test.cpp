@@ -257,7 +257,7 @@ kivo@Local {"items":["1","38"],"message":"","queryId":3,"total":40,"type":0}
 kivo@Local {"items":["2"],"message":"","queryId":3,"total":40,"type":0}
 kivo@Local {"items":[],"message":"","queryId":3,"total":40,"type":0})"},
     /* A name's start as JSON escapes it, in another case (each search meaning on the sample:
-     * e2e_service_console_test). An operation the daemon does not have is acknowledged. */
+     * e2e_test). An operation the daemon does not have is acknowledged. */
     {"NameAndUnsupported", nullptr,
      {{q(3, "contact", 2, R"("J\u00d6")")}, {q(7, "event", 1, "null")}, {R"({"queryId":8,"params":null})"}}, R"(
 kivo@Local {"items":["7"],"message":"","queryId":3,"total":1,"type":0}
